@@ -1,0 +1,122 @@
+// Whole requests over a simulated bridge without delay, against a floor of bare thread hand-overs.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include <benchmark/benchmark.h>
+#include <boost/thread/condition_variable.hpp>
+#include <boost/thread/mutex.hpp>
+#include <boost/thread/thread.hpp>
+
+#include "jorvet/core/jorvet.h"
+#include "jorvet/sim/bridge.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+// Times each call of `once` and leaves the median in a counter: the mean is at the mercy of the scheduler.
+template <typename Once>
+void time_each(benchmark::State& state, Once once) {
+    std::vector<double> times;
+    for (auto _ : state) {
+        const auto begin = clock_type::now();
+        once();
+        times.push_back(std::chrono::duration<double>(clock_type::now() - begin).count());
+    }
+    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+    std::nth_element(times.begin(), middle, times.end());
+    state.counters["median_seconds"] = *middle;
+}
+
+// One place to wait at, as the library has them: a mutex, a condition, a flag.
+struct station {
+    boost::mutex mutex;
+    boost::condition_variable arrived;
+    bool ready = false;
+
+    void signal() {
+        {
+            const boost::unique_lock<boost::mutex> lock(mutex);
+            ready = true;
+        }
+        arrived.notify_one();
+    }
+    void wait() {
+        boost::unique_lock<boost::mutex> lock(mutex);
+        while (!ready)
+            arrived.wait_for(lock, boost::chrono::milliseconds(50));
+        ready = false;
+    }
+};
+
+// The caller wakes one thread, that one the next, and that one the caller: as listening and background thread do.
+void handover_floor(benchmark::State& state) {
+    station listening, background, caller;
+    std::atomic<bool> stop{false};
+    const auto pass_on = [&](station& from, station& to) {
+        for (from.wait(); !stop; from.wait())
+            to.signal();
+    };
+    boost::thread first([&] { pass_on(listening, background); });
+    boost::thread second([&] { pass_on(background, caller); });
+    time_each(state, [&] {
+        listening.signal();
+        caller.wait();
+    });
+    stop = true;
+    listening.signal();
+    background.signal();
+    first.join();
+    second.join();
+}
+BENCHMARK(handover_floor)->UseRealTime();
+
+// A board and an instance connected to it; instances connect in the order in which they are made.
+struct session {
+    std::shared_ptr<jorvet::sim::Bridge> bridge = jorvet::sim::Bridge::plug_in();
+    CJorvet instance{0};
+    unsigned int status;
+
+    explicit session(unsigned char index) : status(instance.connect(index)) {}
+    ~session() {
+        instance.disconnect();
+        bridge->unplug();
+    }
+};
+
+void round_trip(benchmark::State& state) {
+    session link(0);
+    unsigned int failures = link.status;
+    time_each(state, [&] { failures |= link.instance.rq_read_sn(1, false); });
+    if (failures != 0)
+        state.SkipWithError("a request failed");
+}
+BENCHMARK(round_trip)->UseRealTime();
+
+void many_instances(benchmark::State& state) {
+    constexpr int instances = 64;
+    constexpr int requests_each = 50;
+    std::vector<std::unique_ptr<session>> sessions;
+    for (int i = 0; i < instances; ++i)
+        sessions.push_back(std::make_unique<session>(static_cast<unsigned char>(i)));
+    std::atomic<unsigned int> failures{0};
+    for (auto _ : state) {
+        std::vector<std::thread> callers;
+        for (auto& each : sessions)
+            callers.emplace_back([&] {
+                for (int i = 0; i < requests_each; ++i)
+                    failures |= each->status | each->instance.rq_read_sn(1, false);
+            });
+        for (std::thread& caller : callers)
+            caller.join();
+    }
+    state.SetItemsProcessed(state.iterations() * instances * requests_each);
+    if (failures != 0)
+        state.SkipWithError("a request failed");
+}
+BENCHMARK(many_instances)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+} // namespace

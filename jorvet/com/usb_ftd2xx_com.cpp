@@ -1,0 +1,316 @@
+// The FTDI link: opening, closing and writing on the application's threads, receiving on the listening thread.
+#include "jorvet/com/usb_ftd2xx_com.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include <boost/chrono/duration.hpp>
+#include <boost/make_shared.hpp>
+#include <boost/throw_exception.hpp>
+
+#include "jorvet/base/status.h"
+#include "jorvet/platform/d2xx.h"
+
+namespace {
+
+constexpr ULONG baud_rate = 115200;
+constexpr ULONG in_transfer_size = 8192;
+constexpr ULONG out_transfer_size = 16384;
+constexpr ULONG no_read_timeout = 0;
+constexpr ULONG write_timeout_ms = 100;
+constexpr UCHAR latency_ms = 10;
+constexpr DWORD pipe_retries = 100;
+constexpr DWORD listening_wait_ms = 50;
+constexpr unsigned char filler = 0xEE;
+constexpr ULONG purge_both = FT_PURGE_RX | FT_PURGE_TX;
+constexpr FT_STATUS d2xx_statuses = FT_DEVICE_LIST_NOT_READY + 1;
+
+} // namespace
+
+CUsbFtd2xxCom::CUsbFtd2xxCom() = default;
+
+CUsbFtd2xxCom::~CUsbFtd2xxCom() {
+    if (is_open())
+        close();
+    join_listening_thread(); // of a link that closed by itself
+}
+
+unsigned int CUsbFtd2xxCom::load() {
+    init_mapping_error();
+    return JV_OK;
+}
+
+void CUsbFtd2xxCom::init_mapping_error() {
+    if (m_mapping_error_done)
+        return;
+    m_mapping_error[FT_OK] = JV_OK;
+    for (FT_STATUS status = FT_INVALID_HANDLE; status < d2xx_statuses; ++status)
+        m_mapping_error[static_cast<unsigned short>(status)] =
+            JV_ERR_FTDI_INVALID_HANDLE + (status - FT_INVALID_HANDLE);
+    m_mapping_error_done = true;
+}
+
+// A status that the table lacks counts as success.
+unsigned int CUsbFtd2xxCom::mapped(unsigned int d2xx_status) const {
+    const auto found = m_mapping_error.find(static_cast<unsigned short>(d2xx_status & 0xFFFF));
+    return found != m_mapping_error.end() ? found->second : static_cast<unsigned int>(JV_OK);
+}
+
+unsigned int CUsbFtd2xxCom::open_by_index(unsigned char index) {
+    if (is_open()) {
+        const unsigned int status = close();
+        if (is_open())
+            return status;
+    }
+    join_listening_thread(); // of a link that closed by itself
+
+    FT_HANDLE handle = nullptr;
+    const FT_STATUS opened = FT_Open(index, &handle);
+    if (opened != FT_OK)
+        return mapped(opened);
+    m_com_handle = handle;
+    const unsigned int configured = configure();
+    if (configured != FT_OK)
+        return mapped(configured);
+
+    const unsigned int status = start_listening_thread();
+    m_com_info = get_com_info_by_index(index);
+    return status;
+}
+
+// The fixed settings of the link; the D2XX status of the first that fails.
+unsigned int CUsbFtd2xxCom::configure() {
+    const FT_HANDLE handle = m_com_handle;
+    FT_STATUS status = FT_ResetDevice(handle);
+    if (status == FT_OK)
+        status = FT_Purge(handle, purge_both);
+    if (status == FT_OK)
+        status = FT_SetUSBParameters(handle, in_transfer_size, out_transfer_size);
+    if (status == FT_OK)
+        status = FT_SetBaudRate(handle, baud_rate);
+    if (status == FT_OK)
+        status = FT_SetTimeouts(handle, no_read_timeout, write_timeout_ms);
+    if (status == FT_OK)
+        status = FT_SetDataCharacteristics(handle, 8, 0, 0);
+    if (status == FT_OK)
+        status = FT_SetFlowControl(handle, 0, 0x11, 0x13);
+    if (status == FT_OK)
+        status = FT_Purge(handle, purge_both);
+    if (status == FT_OK)
+        status = FT_SetLatencyTimer(handle, latency_ms);
+    if (status == FT_OK)
+        status = FT_SetResetPipeRetryCount(handle, pipe_retries);
+    return status;
+}
+
+unsigned int CUsbFtd2xxCom::open_by_name(std::string&) {
+    return JV_ERR_NOT_SUPPORTED;
+}
+
+unsigned int CUsbFtd2xxCom::open_by_sn(std::string&) {
+    return JV_ERR_NOT_SUPPORTED;
+}
+
+unsigned int CUsbFtd2xxCom::open_by_location(unsigned int) {
+    return JV_ERR_NOT_SUPPORTED;
+}
+
+unsigned int CUsbFtd2xxCom::open_by_tcpip(std::string&, int) {
+    return JV_ERR_NOT_SUPPORTED;
+}
+
+unsigned int CUsbFtd2xxCom::close() {
+    if (!is_open())
+        return JV_ERR_COM_NOT_OPEN;
+    // The thread goes first: afterwards nobody calls the driver with a closed handle.
+    stop_listening_thread();
+    forget_received();
+    const FT_HANDLE handle = m_com_handle;
+    if (handle == nullptr) // the bridge failed meanwhile, and the thread closed it
+        return JV_ERR_COM_NOT_OPEN;
+    FT_Purge(handle, purge_both);
+    FT_ResetDevice(handle);
+    const unsigned int status = mapped(FT_Close(handle));
+    if (status == JV_OK)
+        m_com_handle = nullptr;
+    return status;
+}
+
+unsigned int CUsbFtd2xxCom::read(void* buffer, unsigned int size) {
+    const FT_HANDLE handle = m_com_handle;
+    if (handle == nullptr)
+        return JV_ERR_COM_NOT_OPEN;
+    DWORD count = 0;
+    return mapped(FT_Read(handle, buffer, size, &count));
+}
+
+unsigned int CUsbFtd2xxCom::write(void* buffer, unsigned int size) {
+    const FT_HANDLE handle = m_com_handle;
+    if (handle == nullptr)
+        return JV_ERR_COM_NOT_OPEN;
+    DWORD written = 0;
+    const FT_STATUS status = FT_Write(handle, buffer, size, &written);
+    if (status != FT_OK)
+        return mapped(status);
+    return written == size ? JV_OK : JV_ERR_FTDI_SHORT_WRITE;
+}
+
+unsigned int CUsbFtd2xxCom::purge_tx() {
+    return FT_Purge(m_com_handle, FT_PURGE_TX);
+}
+
+// Not between the listening thread's look at the driver's queue and its read, which would then wait for bytes that
+// are gone.
+unsigned int CUsbFtd2xxCom::purge_rx() {
+    const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+    return FT_Purge(m_com_handle, FT_PURGE_RX);
+}
+
+unsigned int CUsbFtd2xxCom::start_listening_thread() {
+    if (!is_open())
+        return JV_ERR_COM_NOT_OPEN;
+    purge_tx();
+    purge_rx();
+    m_listening_stopped = true;
+    join_listening_thread();
+    m_listening_ready = false;
+    m_listening_failure = JV_OK;
+    m_listening_thread = boost::make_shared<boost::thread>([this] { listening_loop(); });
+    while (!m_listening_ready)
+        boost::this_thread::sleep_for(boost::chrono::milliseconds(5));
+    if (m_listening_failure == JV_ERR_NO_RESOURCES)
+        boost::throw_exception(boost::thread_resource_error());
+    return m_listening_failure;
+}
+
+unsigned int CUsbFtd2xxCom::stop_listening_thread() {
+    m_rx_abort = true;
+    purge_tx();
+    purge_rx();
+    m_listening_stopped = true;
+    join_listening_thread();
+    {
+        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+        m_rx_ready = false;
+        m_rx_bytes = 0;
+    }
+    m_rx_abort = false;
+    return JV_OK;
+}
+
+void CUsbFtd2xxCom::join_listening_thread() {
+    if (m_listening_thread && m_listening_thread->joinable())
+        m_listening_thread->join();
+}
+
+void CUsbFtd2xxCom::listening_loop() {
+    m_rx_event = CreateEventA(nullptr, FALSE, FALSE, "");
+    if (m_rx_event == nullptr) {
+        m_listening_failure = JV_ERR_NO_RESOURCES;
+        m_listening_ready = true;
+        return;
+    }
+    if (prepare_listening()) {
+        m_listening_stopped = false;
+        m_listening_ready = true;
+        do {
+            if (!listen_once()) {
+                shut_down();
+                break;
+            }
+            ++m_cp_listening_loop;
+        } while (!m_listening_stopped);
+    }
+    CloseHandle(m_rx_event);
+    m_listening_ready = true;
+}
+
+// Has the driver signal arrivals, and discards what came before. False with m_listening_failure set.
+bool CUsbFtd2xxCom::prepare_listening() {
+    const FT_STATUS status = FT_SetEventNotification(m_com_handle, FT_EVENT_RXCHAR, m_rx_event);
+    if (status != FT_OK) {
+        const unsigned int failure = mapped(status);
+        m_listening_failure = failure != 0 ? failure : static_cast<unsigned int>(JV_ERR_FTDI_OTHER_ERROR);
+        return false;
+    }
+    m_cp_listening_loop = 0;
+    m_cp_listening_loop_with_data = 0;
+    DWORD waiting = 0;
+    FT_GetQueueStatus(m_com_handle, &waiting);
+    if (waiting > 0)
+        purge_rx();
+    return true;
+}
+
+// One pass: waits for bytes and delivers them, or asks after the bridge. False when the bridge has failed.
+bool CUsbFtd2xxCom::listen_once() {
+    if (WaitForSingleObject(m_rx_event, listening_wait_ms) == WAIT_OBJECT_0) {
+        std::size_t count = 0;
+        if (!deliver(count))
+            return false;
+        if (count == max_delivery)
+            SetEvent(m_rx_event); // more may be queued: the next pass does not wait
+        if (count > 0)
+            return true;
+    }
+    DWORD received = 0;
+    DWORD to_send = 0;
+    DWORD events = 0;
+    return mapped(FT_GetStatus(m_com_handle, &received, &to_send, &events)) == JV_OK;
+}
+
+// Reads what the driver has, up to a full delivery, straight into the end of the receive buffer; `count` bytes, none
+// once a stop was requested. False when the bridge, or memory, fails.
+bool CUsbFtd2xxCom::deliver(std::size_t& count) try {
+    {
+        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+        DWORD waiting = 0;
+        FT_GetQueueStatus(m_com_handle, &waiting);
+        if (waiting == 0 || m_listening_stopped)
+            return true;
+        count = std::min<std::size_t>(waiting, max_delivery);
+        m_rx_bytes = static_cast<unsigned int>(count);
+        const std::size_t before = m_rx_buffer.size();
+        m_rx_buffer.resize(before + count, filler);
+        if (read(m_rx_buffer.data() + before, m_rx_bytes) != JV_OK) {
+            m_rx_buffer.resize(before);
+            return false;
+        }
+        ++m_cp_listening_loop_with_data;
+        m_rx_ready = true;
+    }
+    m_rx_cond.notify_all();
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+// The listening thread closes a link that has failed. The handle goes last: whoever sees the link closed finds it
+// empty.
+void CUsbFtd2xxCom::shut_down() {
+    m_listening_stopped = true;
+    m_rx_abort = true;
+    const FT_HANDLE handle = m_com_handle;
+    FT_Purge(handle, purge_both);
+    FT_ResetDevice(handle);
+    FT_Close(handle);
+    forget_received();
+    m_rx_abort = false;
+    m_com_handle = nullptr;
+}
+
+void CUsbFtd2xxCom::forget_received() {
+    const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+    m_rx_ready = false;
+    m_rx_bytes = 0;
+    m_rx_buffer.clear();
+}
+
+unsigned short CUsbFtd2xxCom::get_cp_listening_loop() {
+    return m_cp_listening_loop;
+}
+
+unsigned short CUsbFtd2xxCom::get_cp_listening_loop_with_data() {
+    return m_cp_listening_loop_with_data;
+}

@@ -1,0 +1,105 @@
+// The two queues of received frames, seen from the application's threads: waits, taking, dropping. The background
+// thread fills them.
+#include <boost/chrono/duration.hpp>
+#include <boost/make_shared.hpp>
+
+#include "jorvet/base/diagnostics.h"
+#include "jorvet/base/status.h"
+#include "jorvet/core/jorvet.h"
+
+namespace {
+
+using boost_lock = boost::unique_lock<boost::mutex>;
+
+// One wait for a frame of either kind: each wake-up that finds no frame starts the full time again.
+unsigned int wait_for_frame(boost::mutex& mutex, boost::condition_variable& arrived, bool& ready,
+                            const std::atomic<std::int64_t>& limit_us, unsigned int timeout_status,
+                            std::atomic<unsigned int>& last_status) {
+    boost_lock lock(mutex);
+    last_status = JV_OK;
+    while (!ready) {
+        const boost::chrono::milliseconds limit(limit_us / 1000);
+        if (arrived.wait_for(lock, limit) == boost::cv_status::timeout) {
+            last_status = timeout_status;
+            return timeout_status;
+        }
+    }
+    ready = false;
+    return last_status;
+}
+
+// Takes the newest frame of a queue whose mutex the caller holds.
+template <typename Frame>
+boost::shared_ptr<Frame> take_newest(std::vector<boost::shared_ptr<Frame>>& queue) {
+    if (queue.empty())
+        return boost::make_shared<Frame>();
+    boost::shared_ptr<Frame> newest = std::move(queue.back());
+    queue.pop_back();
+    return newest;
+}
+
+// Takes all frames of a queue. They are freed, if the caller drops them, without the lock.
+template <typename Frame>
+std::vector<boost::shared_ptr<Frame>> take_all(boost::mutex& mutex, std::vector<boost::shared_ptr<Frame>>& queue) {
+    std::vector<boost::shared_ptr<Frame>> taken;
+    const boost_lock lock(mutex);
+    taken.swap(queue);
+    return taken;
+}
+
+} // namespace
+
+void CJorvet::set_timeout_for_reply(unsigned short milliseconds) {
+    m_timeout_for_reply = std::int64_t{1000} * milliseconds;
+}
+
+void CJorvet::set_timeout_for_event(unsigned short milliseconds) {
+    m_timeout_for_event = std::int64_t{1000} * milliseconds;
+}
+
+unsigned int CJorvet::wait_for_reply() {
+    return wait_for_frame(m_reply_mutex, m_reply_cond, m_reply_ready, m_timeout_for_reply, JV_ERR_REPLY_TIMEOUT,
+                          m_last_status);
+}
+
+unsigned int CJorvet::wait_for_event() {
+    return wait_for_frame(m_event_mutex, m_event_cond, m_event_ready, m_timeout_for_event, JV_ERR_EVENT_TIMEOUT,
+                          m_last_status);
+}
+
+boost::shared_ptr<IProtocol::REPLY_FRAME> CJorvet::get_last_reply_frame() {
+    std::size_t reported = 0;
+    boost::shared_ptr<IProtocol::REPLY_FRAME> newest;
+    {
+        const boost_lock lock(m_reply_mutex);
+        const std::size_t queued = m_reply_frames.size();
+        if (queued > 1 && queued != m_reply_frames_reported)
+            m_reply_frames_reported = reported = queued;
+        newest = take_newest(m_reply_frames);
+    }
+    if (reported > 0 && jorvet::diagnostics::listening())
+        jorvet::diagnostics::write(
+            "Jorvet - Warning - get_last_reply_frame m_reply_frames.size(): " + std::to_string(reported) + "\n");
+    return newest;
+}
+
+boost::shared_ptr<IProtocol::EVENT_FRAME> CJorvet::get_last_event_frame() {
+    const boost_lock lock(m_event_mutex);
+    return take_newest(m_event_frames);
+}
+
+std::vector<boost::shared_ptr<IProtocol::REPLY_FRAME>> CJorvet::read_reply_frames() {
+    return take_all(m_reply_mutex, m_reply_frames);
+}
+
+std::vector<boost::shared_ptr<IProtocol::EVENT_FRAME>> CJorvet::read_event_frames() {
+    return take_all(m_event_mutex, m_event_frames);
+}
+
+void CJorvet::purge_reply_frame() {
+    take_all(m_reply_mutex, m_reply_frames);
+}
+
+void CJorvet::purge_event_frame() {
+    take_all(m_event_mutex, m_event_frames);
+}

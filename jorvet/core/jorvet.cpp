@@ -1,0 +1,217 @@
+// The life of an instance: making, connecting, disconnecting, and the background thread. See the header for threads.
+#include "jorvet/core/jorvet.h"
+
+#include <typeinfo>
+
+#include <boost/chrono/duration.hpp>
+#include <boost/make_shared.hpp>
+
+#include "jorvet/base/diagnostics.h"
+#include "jorvet/base/status.h"
+#include "jorvet/com/usb_ftd2xx_com.h"
+#include "jorvet/core/board_status.h"
+#include "jorvet/core/context_report.h"
+#include "jorvet/core/frame_records.h"
+#include "jorvet/core/receive_engine.h"
+#include "jorvet/platform/win32.h"
+#include "jorvet/protocol/crc.h"
+#include "jorvet/protocol/request_frame.h"
+
+namespace jorvet::core {
+// Applications may ask for the type of a class without virtual operations: this emits it.
+extern const std::type_info& instance_type;
+const std::type_info& instance_type = typeid(CJorvet);
+} // namespace jorvet::core
+
+namespace {
+
+constexpr unsigned int kind_ftdi = 0;
+constexpr unsigned char deaf_mode = 3; // in this mode the board's bytes mean nothing to us
+
+boost::shared_ptr<CAbstractCom> make_com(unsigned int kind) {
+    if (kind == kind_ftdi)
+        return boost::shared_ptr<CAbstractCom>(boost::make_shared<CUsbFtd2xxCom>());
+    return {};
+}
+
+} // namespace
+
+CJorvet::CJorvet(unsigned int kind) : m_com_type(kind), m_com(make_com(m_com_type)) {}
+
+CJorvet::~CJorvet() {
+    try {
+        disconnect();
+    } catch (...) { // nothing may leave a destructor, and nothing is left to be done
+    }
+}
+
+unsigned int CJorvet::connect(unsigned char index) {
+    if (const unsigned int status = prepare_connect())
+        return status;
+    if (const unsigned int status = m_com->open_by_index(index))
+        return status;
+    return start_receiving();
+}
+
+unsigned int CJorvet::connect(std::string& address, int port) {
+    if (const unsigned int status = prepare_connect())
+        return status;
+    if (const unsigned int status = m_com->open_by_tcpip(address, port))
+        return status;
+    return start_receiving();
+}
+
+unsigned int CJorvet::prepare_connect() {
+    if (!m_com)
+        return JV_ERR_NO_COM;
+    if (m_com->is_open())
+        disconnect();
+    stop_receiving(); // of a link that was lost: what came before stays queued
+    if (const unsigned int status = m_com->load())
+        return status;
+    init_mapping_error();
+    return JV_OK;
+}
+
+unsigned int CJorvet::start_receiving() {
+    if (!m_com->is_open())
+        return JV_OK;
+    m_stop_thread = false; // before the thread begins, so that a disconnect right away finds it
+    try {
+        m_bkgd_thread = boost::make_shared<boost::thread>([this] { m_bkgd_thread_loop(); });
+    } catch (...) {
+        m_stop_thread = true;
+        throw;
+    }
+    return JV_OK;
+}
+
+unsigned int CJorvet::disconnect() {
+    unsigned int result = JV_OK;
+    if (is_open())
+        result = m_com->close();
+    stop_receiving();
+    purge_event_frame();
+    purge_reply_frame();
+    return result;
+}
+
+void CJorvet::stop_receiving() {
+    m_stop_thread = true;
+    if (m_bkgd_thread && m_bkgd_thread->joinable()) {
+        m_bkgd_thread->join();
+        m_bkgd_thread.reset();
+    }
+}
+
+bool CJorvet::is_open() {
+    return m_com && m_com->is_open();
+}
+
+unsigned int CJorvet::purge_rx() {
+    return m_com ? m_com->purge_rx() : static_cast<unsigned int>(JV_ERR_NO_COM);
+}
+
+unsigned int CJorvet::purge_tx() {
+    return m_com ? m_com->purge_tx() : static_cast<unsigned int>(JV_ERR_NO_COM);
+}
+
+boost::shared_ptr<CAbstractCom> CJorvet::get_com() {
+    return m_com;
+}
+
+std::vector<unsigned char> CJorvet::get_garbage() {
+    return m_garbage;
+}
+
+void CJorvet::purge_garbage() {
+    m_garbage.clear();
+}
+
+void CJorvet::init_mapping_error() {
+    if (m_mapping_error_done)
+        return;
+    m_mapping_error = jorvet::core::make_board_status_table();
+    m_mapping_error_done = true;
+}
+
+bool CJorvet::crc_calc(IProtocol::REPLY_FRAME* frame) {
+    const auto middle_bits = [](unsigned word) { return static_cast<unsigned char>((word >> 4) & 0xFF); };
+    const auto low_bits = [](unsigned word) { return static_cast<unsigned char>(word & 0xFF); };
+    std::vector<unsigned char> bytes{frame->type, middle_bits(frame->status), low_bits(frame->status),
+                                     middle_bits(frame->length), low_bits(frame->length)};
+    bytes.insert(bytes.end(), frame->data.begin(), frame->data.end());
+    return frame->crc == IProtocol::getCRC_CCITT(bytes);
+}
+
+// Runs on the background thread: makes the one record of each frame and queues it. Notifies after unlocking.
+class JV_LOCAL CJorvet::receiver final : public jorvet::core::receive_sink {
+  public:
+    explicit receiver(CJorvet& instance) : jorvet_(instance) {}
+
+    void event(jorvet::core::event_view frame, unsigned lost) override {
+        auto record = jorvet::core::make_event(frame);
+        jorvet_.m_lost_events += lost;
+        ++jorvet_.m_event_count;
+        {
+            const boost::unique_lock<boost::mutex> lock(jorvet_.m_event_mutex);
+            jorvet_.m_event_frames.push_back(std::move(record));
+            jorvet_.m_event_ready = true;
+        }
+        jorvet_.m_event_cond.notify_one();
+    }
+
+    void reply(jorvet::core::reply_view frame) override {
+        auto record = jorvet::core::make_reply(frame);
+        {
+            const boost::unique_lock<boost::mutex> lock(jorvet_.m_reply_mutex);
+            jorvet_.m_reply_status = record->status;
+            if (jorvet_.m_rq_cmd == jorvet::protocol::requests::get_mode.command &&
+                record->status == jorvet::protocol::board_success && record->length == 1)
+                jorvet_.m_mode = record->data[0];
+            jorvet_.m_reply_frames.push_back(std::move(record));
+            jorvet_.m_reply_ready = true;
+        }
+        jorvet_.m_reply_cond.notify_one();
+    }
+
+    void context_lost(const jorvet::core::context_loss& loss) override {
+        jorvet::diagnostics::write(jorvet::core::describe(loss));
+    }
+
+    bool wants_reports() const override { return jorvet::diagnostics::listening(); }
+
+  private:
+    CJorvet& jorvet_;
+};
+
+void CJorvet::m_bkgd_thread_loop() try {
+    m_lost_events = 0;
+    m_event_count = 0;
+    {
+        const boost::unique_lock<boost::mutex> lock(m_reply_mutex);
+        m_reply_frames_reported = 0;
+    }
+    m_last_status = JV_OK;
+    SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_HIGHEST);
+
+    receiver sink(*this);
+    jorvet::core::receive_engine engine(sink);
+    while (!m_stop_thread && m_com->is_open()) {
+        if (!m_com->wait_for_rx_bytes()) {
+            boost::this_thread::sleep_for(boost::chrono::milliseconds(2));
+            continue;
+        }
+        std::vector<unsigned char> packet = m_com->read_input_data();
+        if (m_mode == deaf_mode)
+            continue;
+        if (!engine.take(std::move(packet))) {
+            m_last_status = JV_ERR_CONTEXT_LOSS;
+            m_stop_thread = true;
+        }
+    }
+    m_stop_thread = true;
+} catch (const std::bad_alloc&) {
+    m_last_status = JV_ERR_NO_RESOURCES;
+    m_stop_thread = true;
+}

@@ -1,0 +1,38 @@
+// Making the platform fail on purpose, so that a test can sweep over every call that the library makes. Each function
+// behind the faces asks here first, by its own name. Costs one atomic load while nothing is armed. Any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "jorvet/platform/export.h"
+
+namespace jorvet::platform::faults {
+
+// From now on the `nth` call (1 is the next) of `function` ("FT_Write", "CreateEventA", …; "FT_*" any function with
+// that beginning, counted together) fails with `error` (an FT_STATUS, or a last error) without doing anything; with
+// `from_then_on` all later ones too. One fault is armed at a time: arming replaces the one before and starts the count
+// anew.
+JV_PLATFORM_API void fail(const std::string& function, unsigned nth, std::uint32_t error, bool from_then_on = false);
+
+// Ends it. `calls_seen` keeps its value.
+JV_PLATFORM_API void clear();
+
+// How many calls have matched since the fault was armed; a sweep ends when an armed `nth` is no longer reached.
+JV_PLATFORM_API unsigned calls_seen();
+
+// For the functions themselves: the error to fail with now, if this call is to fail.
+JV_PLATFORM_API std::optional<std::uint32_t> due(const char* function);
+
+// Disarms when it goes out of scope, so that a failing test leaves nothing behind.
+struct Scope {
+    Scope(const std::string& function, unsigned nth, std::uint32_t error, bool from_then_on = false) {
+        fail(function, nth, error, from_then_on);
+    }
+    ~Scope() { clear(); }
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+};
+
+} // namespace jorvet::platform::faults

@@ -1,0 +1,85 @@
+// A simulated serial bridge with a board behind it, plugged into the platform's D2XX driver.
+//
+// The bridge passes the host's bytes to the board at once, and keeps the board's bytes in a receive queue until the
+// driver reads them. What does not fit into the queue is lost and counted, as on the real chip.
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "jorvet/platform/ports.h"
+#include "jorvet/sim/board.h"
+
+namespace jorvet::sim {
+
+enum class Direction { to_board, to_host };
+
+// Sees the bytes that cross the link, on the thread that moves them, one call at a time per link. It may pull the plug
+// and look at things, but neither make the board send nor wait for a thread that does.
+using Trace = std::function<void(Direction direction, const std::uint8_t* bytes, std::size_t count)>;
+
+struct BridgeOptions {
+    std::string serial_number = "JV-0001"; // of the bridge and of the board behind it; cut after 15 characters
+    std::string description = "Jorvet simulated board"; // cut after 63 characters
+    std::uint32_t type = 8;                             // kind of chip
+    std::uint32_t id = 0x04036014;                      // USB vendor and product ID
+    std::uint32_t location = 0x11;
+    std::size_t queue_capacity = std::size_t{4} << 20; // bytes
+};
+
+// What the driver has set, for a test to look at.
+struct BridgeSettings {
+    std::uint32_t baud_rate = 0;
+    unsigned data_bits = 0, stop_bits = 0, parity = 0;
+    unsigned flow_control = 0xFFFF;
+    std::uint8_t xon = 0, xoff = 0;
+    unsigned latency_ms = 0;
+    std::uint32_t in_transfer = 0, out_transfer = 0;
+    unsigned resets = 0, opens = 0;
+};
+
+class JV_SIM_API Bridge final : public platform::BridgePort, public std::enable_shared_from_this<Bridge>, private Link {
+  public:
+    // Makes a bridge with a board and plugs it in. It stays plugged in until unplug(), also when the pointer goes.
+    static std::shared_ptr<Bridge> plug_in(const BridgeOptions& options = {});
+    ~Bridge() override;
+
+    Board& board();
+    BridgeSettings settings() const;
+    void set_trace(Trace trace); // returns once no call of the trace before is under way
+
+    // Pulls the plug: it leaves the device list, and every operation on it fails from now on. Harmless the second time.
+    void unplug() override;
+    bool plugged_in() const;
+
+    // The board takes only `bytes` more of what the host writes, then none: a write then runs into its time-out.
+    // `accept_writes` ends that, and a blocked write goes on.
+    void stall_writes_after(std::size_t bytes);
+    void accept_writes();
+    std::size_t overrun_bytes() const; // lost because the receive queue was full
+
+    // BridgePort
+    platform::BridgeIdentity identity() const override;
+    platform::PortStatus open(std::function<void()> notify) override;
+    void close() override;
+    platform::PortStatus set_baud_rate(std::uint32_t bits_per_second) override;
+    platform::PortStatus set_data_format(unsigned data_bits, unsigned stop_bits, unsigned parity) override;
+    platform::PortStatus set_flow_control(unsigned mode, std::uint8_t xon, std::uint8_t xoff) override;
+    platform::PortStatus set_latency_ms(unsigned milliseconds) override;
+    platform::PortStatus set_transfer_sizes(std::uint32_t in_bytes, std::uint32_t out_bytes) override;
+    platform::PortStatus reset() override;
+    platform::PortStatus write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms,
+                               std::size_t* written) override;
+    platform::PortStatus received(std::size_t* count) override;
+    platform::PortStatus read(std::uint8_t* bytes, std::size_t count, std::size_t* taken) override;
+    platform::PortStatus purge(bool receive, bool transmit) override;
+
+  private:
+    explicit Bridge(const BridgeOptions& options);
+    void to_host(const std::uint8_t* bytes, std::size_t count) override;
+
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace jorvet::sim

@@ -1,0 +1,61 @@
+// Something that is called from several threads and may be exchanged at any time, with no lock held during the calls.
+// Any thread may call anything, also from inside a call.
+#pragma once
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace jorvet::sim {
+
+// `Target` is a pointer of some kind, null for nobody; a copy of it keeps alive what it points to, as far as its kind
+// does.
+template <class Target>
+class Callee {
+  public:
+    // Runs `use(target)` on this thread if there is a target.
+    template <class Use>
+    void call(Use use) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (!target_)
+            return;
+        callers_.push_back(std::this_thread::get_id());
+        const Leaving leaving{*this};
+        const Target target = target_; // gone again before the call counts as ended
+        lock.unlock();
+        use(target);
+    }
+
+    // Returns once no call is under way but those that this thread is in.
+    void replace(Target target) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        std::swap(target_, target);
+        idle_.wait(lock, [this] { return only_called_by(std::this_thread::get_id()); });
+    }
+
+  private:
+    struct Leaving {
+        Callee& callee;
+        ~Leaving() { callee.leave(); }
+    };
+
+    bool only_called_by(std::thread::id thread) const {
+        return std::all_of(callers_.begin(), callers_.end(), [&](std::thread::id id) { return id == thread; });
+    }
+
+    void leave() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        callers_.erase(std::find(callers_.begin(), callers_.end(), std::this_thread::get_id()));
+        idle_.notify_all(); // under the lock: whoever waits may destroy this object next
+    }
+
+    std::mutex mutex_;
+    std::condition_variable idle_;
+    Target target_{};
+    std::vector<std::thread::id> callers_;
+};
+
+} // namespace jorvet::sim

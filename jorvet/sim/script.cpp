@@ -1,0 +1,224 @@
+// Parsing script lines: a table of first words, and one of the changes that a reply may undergo.
+#include "jorvet/sim/script.h"
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+#include <limits>
+#include <utility>
+
+namespace jorvet::sim {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
+constexpr std::size_t memory_size = 0x10000;
+constexpr std::string_view blanks = " \t\r";
+
+std::string quoted(std::string_view text) {
+    return '"' + std::string(text) + '"';
+}
+
+// The words of a line, taken one by one. What is wrong with them is said in the name of the first.
+class Words {
+  public:
+    explicit Words(std::string_view line) : rest_(line), name_(take()) {}
+
+    std::string_view name() const { return name_; }
+    bool more() const { return rest_.find_first_not_of(blanks) != std::string_view::npos; }
+
+    std::string_view word(const char* what) {
+        if (!more())
+            fail(std::string("the ") + what + " is missing");
+        return take();
+    }
+
+    std::uint64_t number(const char* what, std::uint64_t maximum) { return to_number(word(what), maximum); }
+
+    std::uint64_t to_number(std::string_view text, std::uint64_t maximum) const {
+        const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+        const char* const first = text.data() + (hexadecimal ? 2 : 0);
+        const char* const last = text.data() + text.size();
+        std::uint64_t value = 0;
+        const auto [end, error] = std::from_chars(first, last, value, hexadecimal ? 16 : 10);
+        if (error == std::errc::invalid_argument || end != last)
+            fail(quoted(text) + " is not a number");
+        if (error != std::errc() || value > maximum)
+            fail(std::string(text) + " is above " + std::to_string(maximum));
+        return value;
+    }
+
+    milliseconds time(const char* what) { return milliseconds(number(what, most)); }
+    std::uint8_t byte(const char* what) { return static_cast<std::uint8_t>(number(what, 0xFF)); }
+    std::uint16_t two_bytes(const char* what) { return static_cast<std::uint16_t>(number(what, 0xFFFF)); }
+
+    Bytes bytes(const char* what) {
+        const std::string_view text = word(what);
+        Bytes result;
+        result.reserve(text.size() / 2);
+        for (std::size_t i = 0; i < text.size(); i += 2) {
+            std::uint8_t value = 0;
+            const char* const last = text.data() + std::min(i + 2, text.size());
+            const bool whole = i + 2 <= text.size() && std::from_chars(text.data() + i, last, value, 16).ptr == last;
+            if (!whole)
+                fail(quoted(text) + " is not pairs of hexadecimal digits");
+            result.push_back(value);
+        }
+        return result;
+    }
+
+    void end() {
+        if (more())
+            fail(quoted(take()) + " is one word too many");
+    }
+
+    [[noreturn]] void fail(const std::string& why) const { throw ScriptError(std::string(name_) + ": " + why); }
+
+  private:
+    std::string_view take() {
+        rest_.remove_prefix(std::min(rest_.find_first_not_of(blanks), rest_.size()));
+        const std::string_view word = rest_.substr(0, rest_.find_first_of(blanks));
+        rest_.remove_prefix(word.size());
+        return word;
+    }
+
+    std::string_view rest_;
+    std::string_view name_;
+};
+
+struct Change {
+    std::string_view name;
+    void (*apply)(Words& words, ReplyPlan& plan);
+};
+
+constexpr Change changes[] = {
+    {"silent", [](Words&, ReplyPlan& plan) { plan.silent = true; }},
+    {"status", [](Words& words, ReplyPlan& plan) { plan.status = words.two_bytes("status word"); }},
+    {"data", [](Words& words, ReplyPlan& plan) { plan.data = words.bytes("data"); }},
+    {"crc", [](Words&, ReplyPlan& plan) { plan.with_crc = true; }},
+    {"no-crc", [](Words&, ReplyPlan& plan) { plan.with_crc = false; }},
+    {"wrong-crc", [](Words&, ReplyPlan& plan) { plan.wrong_crc = true; }},
+    {"delay", [](Words& words, ReplyPlan& plan) { plan.pacing.delay = words.time("delay"); }},
+    {"fragment", [](Words& words, ReplyPlan& plan) { plan.pacing.fragment = words.number("fragment size", most); }},
+    {"gap", [](Words& words, ReplyPlan& plan) { plan.pacing.gap = words.time("gap"); }},
+    {"before", [](Words& words, ReplyPlan& plan) { plan.stray_before = words.bytes("bytes before"); }},
+    {"after", [](Words& words, ReplyPlan& plan) { plan.stray_after = words.bytes("bytes after"); }},
+    {"unplug-after", [](Words& words, ReplyPlan& plan) { plan.unplug_after = words.number("number of bytes", most); }},
+};
+
+// The entry of `table` with that name; its end when there is none.
+template <class Entry, std::size_t size>
+const Entry* find_entry(const Entry (&table)[size], std::string_view name) {
+    return std::find_if(std::begin(table), std::end(table), [&](const Entry& entry) { return entry.name == name; });
+}
+
+ReplyPlan parse_plan(Words& words) {
+    ReplyPlan plan;
+    while (words.more()) {
+        const std::string_view name = words.word("change");
+        const Change* const change = find_entry(changes, name);
+        if (change == std::end(changes))
+            words.fail(quoted(name) + " is not a change of a reply");
+        change->apply(words, plan);
+    }
+    return plan;
+}
+
+ScriptAction parse_reply(Words& words) {
+    return [plan = parse_plan(words)](Bridge& bridge) { bridge.board().plan_next(plan); };
+}
+
+ScriptAction parse_replies(Words& words) {
+    return [plan = parse_plan(words)](Bridge& bridge) { bridge.board().plan_all(plan); };
+}
+
+Event parse_event_fields(Words& words) {
+    Event event;
+    event.id = words.byte("identifier");
+    if (words.more())
+        event.data = words.bytes("data");
+    return event;
+}
+
+ScriptAction parse_event(Words& words) {
+    return [event = parse_event_fields(words)](Bridge& bridge) { bridge.board().send_event(event); };
+}
+
+ScriptAction parse_events(Words& words) {
+    const milliseconds period = words.time("period");
+    if (period.count() == 0 && !words.more())
+        return [](Bridge& bridge) { bridge.board().stop_events(); };
+    return [period, event = parse_event_fields(words)](Bridge& bridge) { bridge.board().start_events(period, event); };
+}
+
+ScriptAction parse_lose(Words& words) {
+    const auto count = static_cast<unsigned>(words.number("number of events", most));
+    return [count](Bridge& bridge) { bridge.board().lose_events(count); };
+}
+
+ScriptAction parse_raw(Words& words) {
+    return [bytes = words.bytes("bytes")](Bridge& bridge) { bridge.board().send_raw(bytes); };
+}
+
+ScriptAction parse_memory(Words& words) {
+    const std::size_t address = words.two_bytes("address");
+    Bytes bytes = words.bytes("bytes");
+    if (address + bytes.size() > memory_size)
+        words.fail(std::to_string(bytes.size()) + " bytes at " + std::to_string(address) +
+                   " reach beyond the end of memory");
+    return [address, bytes = std::move(bytes)](Bridge& bridge) { bridge.board().set_memory(address, bytes); };
+}
+
+ScriptAction parse_identifier(Words& words) {
+    const std::uint16_t identifier = words.two_bytes("identifier");
+    return [identifier, bytes = words.bytes("bytes")](Bridge& bridge) {
+        bridge.board().set_identifier(identifier, bytes);
+    };
+}
+
+ScriptAction parse_error(Words& words) {
+    const std::uint16_t status = words.two_bytes("status word");
+    return [status](Bridge& bridge) { bridge.board().add_error(status); };
+}
+
+ScriptAction parse_stall(Words& words) {
+    const std::string_view word = words.word("number of bytes");
+    if (word == "off")
+        return [](Bridge& bridge) { bridge.accept_writes(); };
+    const std::size_t bytes = words.to_number(word, most);
+    return [bytes](Bridge& bridge) { bridge.stall_writes_after(bytes); };
+}
+
+ScriptAction parse_unplug(Words& words) {
+    const milliseconds delay = words.more() ? words.time("time") : milliseconds(0);
+    return [delay](Bridge& bridge) { bridge.board().unplug(delay); };
+}
+
+struct Line {
+    std::string_view name;
+    ScriptAction (*parse)(Words& words);
+};
+
+constexpr Line lines[] = {
+    {"reply", parse_reply}, {"replies", parse_replies}, {"event", parse_event},   {"events", parse_events},
+    {"lose", parse_lose},   {"raw", parse_raw},         {"memory", parse_memory}, {"identifier", parse_identifier},
+    {"error", parse_error}, {"stall", parse_stall},     {"unplug", parse_unplug},
+};
+
+} // namespace
+
+ScriptAction parse_script_line(std::string_view text) {
+    Words words(text);
+    if (words.name().empty())
+        return [](Bridge&) {};
+    const Line* const line = find_entry(lines, words.name());
+    if (line == std::end(lines))
+        throw ScriptError("no line begins with " + quoted(words.name()));
+    ScriptAction action = line->parse(words);
+    words.end();
+    return action;
+}
+
+} // namespace jorvet::sim

@@ -1,0 +1,38 @@
+// Tasks that run later, in the order of their due times (equal ones in the order of coming), on one thread that starts
+// with the first of them. Any thread may call anything.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <thread>
+
+namespace jorvet::sim {
+
+class Timeline {
+  public:
+    using Clock = std::chrono::steady_clock;
+    using Task = std::function<void()>;
+
+    Timeline();
+    ~Timeline(); // stops
+    Timeline(const Timeline&) = delete;
+    Timeline& operator=(const Timeline&) = delete;
+
+    // Has the thread run `task` as soon as `due` has come; drops it after stop(). std::system_error when the thread
+    // could not be had.
+    void run_at(Clock::time_point due, Task task);
+    // Drops the tasks that have not begun and waits for the one that runs. Called by a task, it does not wait: that
+    // task ends by itself, and may outlive the timeline.
+    void stop();
+    bool on_own_thread() const;
+
+  private:
+    struct State;
+    static void loop(State& state);
+
+    const std::shared_ptr<State> state_; // the thread holds it too
+    std::thread thread_;                 // under the state's lock
+};
+
+} // namespace jorvet::sim

@@ -1,0 +1,170 @@
+// The board alone, behind a link that records.
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "tests/sim/recording_link.h"
+
+namespace jorvet::sim {
+namespace {
+
+using std::chrono::milliseconds;
+
+const std::string get_mode = "90320000000000";
+const std::string answer = "80A000000102"; // to get_mode
+
+Pacing paced(int delay, std::size_t fragment, int gap) {
+    return {milliseconds(delay), fragment, milliseconds(gap)};
+}
+
+class BoardTest : public ::testing::Test {
+  protected:
+    BoardTest() { board.attach_link(&link); }
+    void send(const std::string& bytes) { board.from_host(from_hex(bytes).data(), from_hex(bytes).size()); }
+
+    RecordingLink link;
+    Board board{"SN7"};
+};
+
+TEST_F(BoardTest, AnswersEachRequestByItself) {
+    const struct {
+        const char *request, *answer;
+    } table[] = {
+        {"90 20 001000 0003 0A0B0C", "80A0000000"},       // write-memory
+        {"90 10 001103 0000", "80A00000030B0C00"},        // read-memory
+        {"90 10 FFFF01 0000", "80A000000100"},            // its last byte
+        {"90 10 FFFF02 0000", "8020010000"},              // beyond its end
+        {"90 16 000000 0000", "80A00000022001"},          // read-last-sw
+        {"90 20 FFFF00 0002 0102", "8020010000"},         // write-memory beyond the end
+        {"90 11 000100 0000", "80A00000066A6F72766574"},  // read-by-id
+        {"90 11 777700 0000", "8030010000"},              // of an unknown one
+        {"90 21 777700 0002 ABCD", "80A0000000"},         // write-by-id
+        {"90 11 777700 0000", "80A0000002ABCD"},          // makes it
+        {"90 40 777700 0003 010203", "80A0000003030201"}, // exec-by-id
+        {"90 40 888800 0001 01", "8030010000"},           // of an unknown one
+        {"90 15 000000 0000", "80A0000003534E37"},        // read-sn
+        {"90 99 000000 0000", "80B0000000"},              // unknown command
+        {"91 32 000000 0000 1EE0", "81B00100005F6C"},     // wrong trailer
+        {"90 17 000000 0000", "80A000000CB001B0003001300120012001"},
+        {"90 31 050000 0000", "80A0000000"},            // set-mode
+        {"91 32 000000 0000 1EE1", "81A000000105D660"}, // get-mode
+        {"90 99 000000 0000", "80B0000000"},            //
+        {"90 30 000000 0000", "80A0000000"},            // reset
+        {"90 17 000000 0000", "80A0000000"},            // has emptied the error list
+        {"90 32 000000 0000", "80A000000102"},          // and restored the mode
+    };
+    for (const auto& row : table) {
+        send(row.request);
+        EXPECT_EQ(link.take(1), Pieces{row.answer}) << row.request;
+    }
+}
+
+TEST_F(BoardTest, KeepsTheLast1024RequestsInOrderAndCountsStrayBytes) {
+    for (unsigned i = 0; i < 1030; ++i)
+        send(i == 6 ? "90310600000000" : "FF90319900000000");
+    const std::vector<Request> requests = board.requests();
+    ASSERT_EQ(requests.size(), 1024u);
+    EXPECT_EQ(requests.front().parameters[0], 6);
+    EXPECT_EQ(board.stray_bytes(), 1029u);
+}
+
+TEST_F(BoardTest, AnAnswerGoesAsItsPlanSaysAndTheNextOneAsUsual) {
+    const struct {
+        void (*change)(ReplyPlan& plan);
+        Pieces pieces;
+    } table[] = {
+        {[](ReplyPlan& p) { p.silent = true; }, {}},
+        {[](ReplyPlan& p) { p.status = 0x1234; }, {"801234000102"}},
+        {[](ReplyPlan& p) { p.data = from_hex("0708"); }, {"80A00000020708"}},
+        {[](ReplyPlan& p) { p.with_crc = true; }, {"81A000000102A687"}},
+        {[](ReplyPlan& p) { p.with_crc = p.wrong_crc = true; }, {"81A000000102A686"}},
+        {[](ReplyPlan& p) { p.stray_before = {0x11}, p.stray_after = {0xFF}; }, {"11" + answer + "FF"}},
+        {[](ReplyPlan& p) { p.pacing.fragment = 4; }, {"80A00000", "0102"}},
+        {[](ReplyPlan& p) { p.pacing = paced(1, 3, 1); }, {"80A000", "000102"}},
+        {[](ReplyPlan& p) { p.unplug_after = 0; }, {"unplug"}},
+        {[](ReplyPlan& p) { p.unplug_after = 3, p.stray_before = {0x11}; }, {"1180A000", "unplug"}},
+        {[](ReplyPlan& p) { p.unplug_after = 3, p.pacing = paced(0, 2, 1); }, {"80A0", "00", "unplug"}},
+        {[](ReplyPlan& p) { p.unplug_after = 6, p.stray_after = {0xFF}; }, {answer, "unplug"}},
+        {[](ReplyPlan& p) { p.unplug_after = 7; }, {answer}},
+    };
+    board.plan_all(testing::reply(2, "02"));
+    for (const auto& row : table) {
+        ReplyPlan plan;
+        row.change(plan);
+        board.plan_next(plan);
+        send(get_mode);
+        EXPECT_EQ(link.take(row.pieces.size()), row.pieces) << "row " << &row - table;
+        send(get_mode);
+        EXPECT_EQ(link.take(1), Pieces{"800002000102"});
+    }
+}
+
+TEST_F(BoardTest, PromptOutputOvertakesDelayedAndDelayedLeavesInOrderOfDueTime) {
+    board.plan_next(testing::reply(1, "02", milliseconds(200)));
+    send(get_mode);
+    board.send_event({7, 0xA000, {}, false}, {milliseconds(100)});
+    board.unplug(milliseconds(300));
+    send(get_mode);
+    EXPECT_EQ(link.take(4), (Pieces{answer, "400700A0000000", "800001000102", "unplug"}));
+}
+
+TEST_F(BoardTest, EventsAreInSequenceAsTheyLeaveButForLostOnes) {
+    board.send_event({6, 0xA000, {}, false}, {milliseconds(100)});
+    board.send_event({5, 0x0102, {9}, true});
+    EXPECT_EQ(link.take(2), (Pieces{"41050001020001091CBB", "400601A0000000"}));
+    board.lose_events(253);
+    for (int i = 0; i < 3; ++i)
+        board.send_event({});
+    EXPECT_EQ(link.take(3), (Pieces{"4001FFA0000000", "400100A0000000", "400101A0000000"}));
+    send("90300000000000"); // reset
+    board.send_event({});
+    EXPECT_EQ(link.take(2), (Pieces{"80A0000000", "400100A0000000"}));
+}
+
+TEST_F(BoardTest, PeriodicEventsEndWithStop) {
+    board.start_events(std::chrono::microseconds(500), {});
+    EXPECT_EQ(link.take(2).at(1), "400101A0000000");
+    board.stop_events();
+    link.take(0);
+    board.send_event({9, 0xA000, {}, false}, {milliseconds(10)}); // twenty periods later
+    EXPECT_EQ(link.take(1).at(0).substr(0, 4), "4009");
+}
+
+TEST_F(BoardTest, FramesOfSeveralThreadsStayInOnePiece) {
+    ReplyPlan in_pieces;
+    in_pieces.pacing.fragment = 1;
+    board.plan_all(in_pieces);
+    std::thread events([this] {
+        for (int i = 0; i < 200; ++i)
+            board.send_event({}, paced(0, 3, 0));
+    });
+    for (int i = 0; i < 200; ++i)
+        send(get_mode);
+    events.join();
+    std::string stream;
+    for (const std::string& piece : link.take(0))
+        stream += piece;
+    EXPECT_EQ(stream.size(), 200u * (12 + 14));
+    for (std::size_t at = 0; at < stream.size(); at += stream[at] == '8' ? 12 : 14)
+        ASSERT_TRUE(stream.compare(at, 12, answer) == 0 || stream.compare(at + 6, 8, "A0000000") == 0) << at;
+}
+
+TEST_F(BoardTest, DetachingTheLinkWaitsForTheCallUnderWay) {
+    struct BlockingLink : RecordingLink {
+        std::promise<void> inside, release;
+        void to_host(const std::uint8_t*, std::size_t) override {
+            inside.set_value();
+            release.get_future().wait();
+        }
+    } blocking;
+    board.attach_link(&blocking);
+    board.send_event({}, {milliseconds(1)});
+    blocking.inside.get_future().wait();
+    auto detached = std::async(std::launch::async, [this] { board.attach_link(nullptr); });
+    EXPECT_EQ(detached.wait_for(milliseconds(20)), std::future_status::timeout);
+    blocking.release.set_value();
+    EXPECT_EQ(detached.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+}
+
+} // namespace
+} // namespace jorvet::sim

@@ -1,0 +1,149 @@
+// The bridge as the driver sees it.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+
+#include "tests/sim/recording_link.h"
+
+namespace jorvet::sim {
+namespace {
+
+using platform::PortStatus;
+using std::chrono::milliseconds;
+
+const Bytes get_mode = from_hex("90320000000000");
+
+class BridgeTest : public ::testing::Test {
+  protected:
+    BridgeTest() {
+        BridgeOptions options;
+        options.queue_capacity = 16;
+        bridge = Bridge::plug_in(options);
+        EXPECT_EQ(bridge->open([this] { ++notified; }), PortStatus::ok);
+    }
+    ~BridgeTest() override { bridge->unplug(); }
+
+    PortStatus write(const Bytes& bytes, unsigned timeout_ms = 0) {
+        return bridge->write(bytes.data(), bytes.size(), timeout_ms, &written);
+    }
+    std::string read(std::size_t count) {
+        Bytes bytes(count);
+        EXPECT_EQ(bridge->read(bytes.data(), count, &count), PortStatus::ok);
+        return to_hex(bytes.data(), count);
+    }
+
+    std::shared_ptr<Bridge> bridge;
+    std::atomic<int> notified{0};
+    std::size_t written = 0;
+};
+
+TEST_F(BridgeTest, AnAnswerIsThereWhenTheWriteReturns) {
+    std::size_t count = 0;
+    EXPECT_EQ(write(get_mode), PortStatus::ok);
+    EXPECT_EQ(notified, 1);
+    EXPECT_EQ(bridge->received(&count), PortStatus::ok);
+    EXPECT_EQ(count, 6u);
+    EXPECT_EQ(read(4), "80A00000");
+    EXPECT_EQ(read(100), "0102");
+    EXPECT_EQ(read(1), "");
+}
+
+TEST_F(BridgeTest, WhatDoesNotFitTheQueueIsLostAndCounted) {
+    bridge->board().send_raw(Bytes(12, 0x11));
+    EXPECT_EQ(read(9), "111111111111111111");
+    bridge->board().send_raw(Bytes(16, 0x22));
+    EXPECT_EQ(bridge->overrun_bytes(), 3u);
+    EXPECT_EQ(read(20), "11111122222222222222222222222222");
+    bridge->board().send_raw({1});
+    EXPECT_EQ(bridge->purge(true, false), PortStatus::ok);
+    EXPECT_EQ(read(1), "");
+}
+
+TEST_F(BridgeTest, SettingsAreKeptIfTheChipCanDoThem) {
+    EXPECT_EQ(bridge->set_baud_rate(115200), PortStatus::ok);
+    for (const PortStatus status :
+         {bridge->set_baud_rate(299), bridge->set_data_format(9, 0, 0), bridge->set_flow_control(0x300, 1, 2),
+          bridge->set_latency_ms(1), bridge->set_transfer_sizes(8192, 100)})
+        EXPECT_EQ(status, PortStatus::bad_value);
+    EXPECT_EQ(bridge->settings().baud_rate, 115200u);
+    EXPECT_EQ(bridge->open({}), PortStatus::refused);
+}
+
+TEST_F(BridgeTest, AStalledWriteIsShortWhenItsTimePasses) {
+    bridge->stall_writes_after(3);
+    EXPECT_EQ(write(get_mode, 20), PortStatus::ok);
+    EXPECT_EQ(written, 3u);
+}
+
+TEST_F(BridgeTest, ABlockedWriteGoesOnOrEndsExactly) {
+    const struct {
+        void (*end)(Bridge& bridge);
+        PortStatus status;
+        std::size_t written;
+    } table[] = {
+        {[](Bridge& b) { b.accept_writes(); }, PortStatus::ok, 7},
+        {[](Bridge& b) { b.stall_writes_after(4); }, PortStatus::ok, 7},
+        {[](Bridge& b) { b.close(), b.open({}); }, PortStatus::failed, 3},
+        {[](Bridge& b) { b.board().unplug(); }, PortStatus::gone, 3},
+    };
+    for (const auto& row : table) {
+        std::promise<void> begun;
+        bridge->stall_writes_after(3);
+        bridge->set_trace([&](Direction, const std::uint8_t*, std::size_t count) {
+            if (count == 3)
+                begun.set_value();
+        });
+        auto blocked = std::async(std::launch::async, [&] { return write(get_mode); });
+        begun.get_future().wait();
+        row.end(*bridge);
+        EXPECT_EQ(blocked.get(), row.status) << "row " << &row - table;
+        EXPECT_EQ(written, row.written);
+        bridge->set_trace(nullptr);
+    }
+}
+
+TEST_F(BridgeTest, AnUnpluggedBridgeIsOffTheListNotifiesAndSaysGone) {
+    ReplyPlan plan;
+    plan.unplug_after = 2;
+    bridge->board().plan_next(plan);
+    EXPECT_EQ(write(get_mode), PortStatus::ok);
+    EXPECT_FALSE(bridge->plugged_in());
+    EXPECT_EQ(notified, 2) << "bytes, then the end";
+    EXPECT_EQ(write(get_mode), PortStatus::gone);
+    std::size_t count = 1;
+    EXPECT_EQ(bridge->received(&count), PortStatus::gone);
+    EXPECT_EQ(bridge->reset(), PortStatus::gone);
+    for (const auto& attached : platform::attached_bridges())
+        EXPECT_NE(attached, bridge);
+    bridge->close();
+    EXPECT_EQ(bridge->open({}), PortStatus::gone);
+}
+
+TEST_F(BridgeTest, NoNotificationIsUnderWayAfterClose) {
+    bridge->close();
+    bridge->board().start_events(std::chrono::microseconds(20), {});
+    for (int i = 0; i < 200; ++i) {
+        std::atomic<int> calls{0};
+        auto counter = std::make_unique<int>(0);
+        ASSERT_EQ(bridge->open([&] { ++*counter, ++calls; }), PortStatus::ok);
+        while (calls == 0)
+            std::this_thread::yield();
+        bridge->close();
+        EXPECT_EQ(*counter, calls);
+    }
+}
+
+TEST(Bridge, MayEndOnTheBoardsOwnThread) {
+    std::promise<void> ended;
+    std::shared_ptr<void> alive(&ended, [](void* promise) { static_cast<std::promise<void>*>(promise)->set_value(); });
+    auto bridge = Bridge::plug_in();
+    bridge->set_trace([held = std::move(alive)](auto...) {});
+    bridge->board().start_events(milliseconds(1), {});
+    bridge->board().unplug(milliseconds(20));
+    bridge.reset();
+    EXPECT_EQ(ended.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+}
+
+} // namespace
+} // namespace jorvet::sim

@@ -1,0 +1,107 @@
+// The C face: scripts, their errors, the trace.
+#include <gtest/gtest.h>
+
+#include "jorvet/sim/sim.h"
+#include "tests/sim/recording_link.h"
+
+namespace jorvet::sim {
+namespace {
+
+class SimTest : public ::testing::Test {
+  protected:
+    SimTest() : sim(jv_sim_attach_bridge("SN0123456789ABCDEF", nullptr)), port(platform::attached_bridges().back()) {
+        port->open({});
+        jv_sim_set_trace(sim, &SimTest::trace, &crossed);
+    }
+    ~SimTest() override { jv_sim_detach(sim); }
+
+    static void trace(void* crossed, int to_host, const unsigned char* bytes, std::size_t count) {
+        static_cast<RecordingLink*>(crossed)->add((to_host == 1 ? "<" : ">") + to_hex(bytes, count));
+    }
+    std::size_t request(const std::string& hex) {
+        const Bytes bytes = from_hex(hex);
+        std::size_t written = 0;
+        port->write(bytes.data(), bytes.size(), 10, &written);
+        return written;
+    }
+
+    RecordingLink crossed;
+    jv_sim* sim;
+    std::shared_ptr<platform::BridgePort> port;
+};
+
+TEST_F(SimTest, ScriptLinesDoWhatTheySay) {
+    const std::string get_mode = "90320000000000", asked = ">" + get_mode, usual = "<80A000000102";
+    const struct {
+        const char* script;
+        std::string request;
+        Pieces crossed;
+    } table[] = {
+        {"", get_mode, {asked, usual}},
+        {"reply status 0x2001 data 0A0b delay 1", get_mode, {asked, "<80200100020A0B"}},
+        {"reply crc\nreply crc wrong-crc\r\n", get_mode, {asked, "<81A000000102A687"}},
+        {"", get_mode, {asked, "<81A000000102A686"}},
+        {"replies silent", get_mode, {asked}},
+        {"replies no-crc before 11 after 22", "913200000000001EE1", {">913200000000001EE1", "<1180A00000010222"}},
+        {" replies ;; reply fragment 4 gap 1", get_mode, {asked, "<80A00000", "<0102"}},
+        {"event 7; lose 2; event 0x08 0102", "", {"<400700A0000000", "<400803A00000020102"}},
+        {"memory 65534 0102", "9010FFFE020000", {">9010FFFE020000", "<80A00000020102"}},
+        {"identifier 0x0203 CAFE", "90110203000000", {">90110203000000", "<80A0000002CAFE"}},
+        {"error 0x1234", "90170000000000", {">90170000000000", "<80A000000412342001"}},
+        {"stall 3", get_mode, {">903200"}},
+        {"stall off", "00000000", {">00000000", usual}},
+        {"unplug 60000; reply unplug-after 2", get_mode, {asked, "<80A0"}},
+    };
+    for (const auto& row : table) {
+        ASSERT_EQ(jv_sim_script(sim, row.script), 0) << jv_sim_error();
+        if (!row.request.empty())
+            request(row.request);
+        EXPECT_EQ(crossed.take(row.crossed.size()), row.crossed) << row.script;
+    }
+    EXPECT_EQ(request(get_mode), 0u) << "unplugged";
+}
+
+TEST_F(SimTest, StartsAndStopsEventsAndUnplugsAtOnce) {
+    EXPECT_EQ(port->identity().serial_number, "SN0123456789ABC");
+    EXPECT_EQ(jv_sim_script(sim, "events 1 9 AA"), 0);
+    EXPECT_EQ(crossed.take(1).at(0), "<400900A0000001AA");
+    EXPECT_EQ(jv_sim_script(sim, "events 0"), 0);
+    crossed.take(0);
+    EXPECT_EQ(jv_sim_script(sim, "raw 80A0; unplug"), 0);
+    EXPECT_EQ(crossed.take(1), Pieces{"<80A0"});
+    EXPECT_EQ(port->reset(), platform::PortStatus::gone);
+}
+
+TEST_F(SimTest, ABadLineIsNamedByItsNumberAndTheReason) {
+    const struct {
+        const char* script;
+        int line;
+        const char* error;
+    } table[] = {
+        {"jump", 1, "no line begins with \"jump\""},
+        {"lose 1;\n lose", 3, "lose: the number of events is missing"},
+        {"lose x", 1, "lose: \"x\" is not a number"},
+        {"lose 0x", 1, "lose: \"0x\" is not a number"},
+        {"lose -1", 1, "lose: \"-1\" is not a number"},
+        {"event 256", 1, "event: 256 is above 255"},
+        {"error 99999999999999999999", 1, "error: 99999999999999999999 is above 65535"},
+        {"raw 012", 1, "raw: \"012\" is not pairs of hexadecimal digits"},
+        {"raw 0g", 1, "raw: \"0g\" is not pairs of hexadecimal digits"},
+        {"reply fast", 1, "reply: \"fast\" is not a change of a reply"},
+        {"reply silent delay", 1, "reply: the delay is missing"},
+        {"memory 0xFFFF 0102", 1, "memory: 2 bytes at 65535 reach beyond the end of memory"},
+        {"events 5", 1, "events: the identifier is missing"},
+        {"stall on", 1, "stall: \"on\" is not a number"},
+        {"unplug 0 now", 1, "unplug: \"now\" is one word too many"},
+        {nullptr, -1, "there is no bridge or no script"},
+    };
+    for (const auto& row : table) {
+        EXPECT_EQ(jv_sim_script(sim, row.script), row.line) << row.error;
+        EXPECT_STREQ(jv_sim_error(), row.error);
+    }
+    EXPECT_EQ(jv_sim_script(sim, "lose 1"), 0);
+    EXPECT_STREQ(jv_sim_error(), "");
+}
+
+} // namespace
+} // namespace jorvet::sim

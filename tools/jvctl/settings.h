@@ -1,0 +1,40 @@
+// What the command line asks for.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "jorvet/api/jorvet_api.h"
+#include "requests.h"
+
+namespace jorvet::tool {
+
+// Wrong arguments: what() is one sentence that says what is wrong.
+struct usage_error : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct settings {
+    std::string command; // the subcommand's name
+
+    unsigned int link = JV_KIND_FTDI;
+    unsigned char index = 0;
+    std::optional<unsigned short> timeout_ms; // the library's own when absent
+
+    bool json = false;
+    bool trace = false;
+    unsigned int simulated = 0;      // boards to plug in
+    std::vector<std::string> script; // lines for the one at `index`
+
+    const tool::request* request = nullptr; // of a request's subcommand
+    request_input input;
+
+    std::optional<unsigned long> event_count, duration_ms; // where monitor ends
+};
+
+// "ftdi", "cypress"; "none" for anything else.
+const char* link_name(unsigned int kind);
+
+} // namespace jorvet::tool
