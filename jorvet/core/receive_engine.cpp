@@ -15,8 +15,8 @@ std::size_t size_if_whole(View frame, std::size_t available) {
     return available >= View::header_size && available >= frame.size() ? frame.size() : 0;
 }
 
-// The size of the frame at `bytes`, or 0 when the `available` bytes do not hold all of it. The two kinds are told apart by a
-// branch, which is predicted: computing the place of the length from the start byte would be waited for.
+// The size of the frame at `bytes`, or 0 when the `available` bytes do not hold all of it. A branch tells the two kinds
+// apart because it is predicted: the place of the length, computed from the start byte, would be waited for.
 std::size_t size_if_whole(const unsigned char* bytes, std::size_t available) {
     if (is_event_start(*bytes))
         return size_if_whole(event_view(bytes), available);
@@ -68,8 +68,8 @@ bool receive_engine::examine(std::size_t& i) {
     return true;
 }
 
-// Takes the frame that starts at `i` and those that follow it directly, as long as they lie in the packet; returns where
-// to go on.
+// Takes the frame that starts at `i` and those that follow it directly, as long as they lie in the packet. Returns
+// where to go on.
 std::size_t receive_engine::take_frames(std::size_t i) {
     const unsigned char* const bytes = packet_.data();
     const std::size_t end = packet_.size();

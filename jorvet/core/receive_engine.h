@@ -28,7 +28,7 @@ class frame_view {
     unsigned short status() const { return protocol::word_at(frame_ + HeaderSize - 4); }
     unsigned short length() const { return protocol::word_at(frame_ + HeaderSize - 2); }
     const unsigned char* data() const { return frame_ + HeaderSize; } // length() bytes
-    std::size_t size() const { // of the frame
+    std::size_t size() const {                                        // of the frame
         return HeaderSize + length() + ((type() & protocol::with_crc_bit) != 0 ? protocol::crc_size : 0);
     }
     // As received, never checked here; 0xEEEE for a frame without one.

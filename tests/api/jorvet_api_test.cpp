@@ -1,96 +1,124 @@
-// The nineteen C functions: arguments passed on in order, and what they say without an instance or a link.
-#include <cstring>
-#include <iterator>
+// The nineteen C functions: the eleven requests on the link, devices, and what comes without an instance or a link.
+// Built twice, with the static and with the shared library.
+#include <deque>
 
 #include "jorvet/api/jorvet_api.h"
-#include "jorvet/core/jorvet.h"
-#include "jorvet/platform/faults.h"
 #include "jorvet/platform/win32.h"
-#include "tests/support/simulated_board.h"
+#include "tests/support/connected_board.h"
 
 namespace jorvet::testing {
 namespace {
 
 unsigned short out_length;
-unsigned char out_data[16];
-unsigned char payload[] = {0xAB, 0xCD};
+byte_vector out_data;
+unsigned char data[] = {0xAB, 0xCD};
 
-unsigned int (*const calls[])(CJorvet*, bool) = {
-    [](CJorvet* jorvet, bool crc) { return JVReadMemoryRq(jorvet, 1, 2, 3, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVReadByIdRq(jorvet, 1, 2, 3, &out_length, out_data, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVReadSnRq(jorvet, 1, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVReadLastSwRq(jorvet, 1, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVReadErrorRq(jorvet, 1, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVWriteMemoryRq(jorvet, 1, 2, 2, payload, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVWriteByIdRq(jorvet, 1, 2, 2, payload, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVExecByIdRq(jorvet, 1, 2, 2, payload, &out_length, out_data, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVResetRq(jorvet, 1, 2, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVSetModeRq(jorvet, 1, 2, crc); },
-    [](CJorvet* jorvet, bool crc) { return JVGetModeRq(jorvet, 0, crc); },
+// Each request with its frame after the start byte, its trailer, and what a time-out is called.
+const struct {
+    unsigned int (*call)(CJorvet*, bool);
+    const char* frame;
+    const char* trailer;
+    unsigned int timeout_status;
+    bool hands_back = false;
+} requests[] = {
+    {[](CJorvet* jv, bool crc) { return JVReadMemoryRq(jv, 1, 2, 3, crc); }, "10 010203 0000", "1CC0", 0x30100002},
+    {[](CJorvet* jv, bool crc) { return JVReadByIdRq(jv, 1, 2, 3, &out_length, out_data.data(), crc); },
+     "11 010203 0000", "4660", 0x30100003, true},
+    {[](CJorvet* jv, bool crc) { return JVReadSnRq(jv, 1, crc); }, "15 010000 0000", "6FF9", 0x30100004},
+    {[](CJorvet* jv, bool crc) { return JVReadLastSwRq(jv, 1, crc); }, "16 010000 0000", "8119", 0x30100005},
+    {[](CJorvet* jv, bool crc) { return JVReadErrorRq(jv, 1, crc); }, "17 010000 0000", "DBB9", 0x30100006},
+    {[](CJorvet* jv, bool crc) { return JVWriteMemoryRq(jv, 1, 2, 2, data, crc); }, "20 010200 0002 ABCD", "0551",
+     0x30100007},
+    {[](CJorvet* jv, bool crc) { return JVWriteByIdRq(jv, 1, 2, 2, data, crc); }, "21 010200 0002 ABCD", "7882",
+     0x30100008},
+    {[](CJorvet* jv, bool crc) { return JVExecByIdRq(jv, 1, 2, 2, data, &out_length, out_data.data(), crc); },
+     "40 010200 0002 ABCD", "DEE9", 0x30100009, true},
+    {[](CJorvet* jv, bool crc) { return JVResetRq(jv, 1, 2, crc); }, "30 010200 0000", "D998", 0x3010000A},
+    {[](CJorvet* jv, bool crc) { return JVSetModeRq(jv, 1, 2, crc); }, "31 010200 0000", "8338", 0x3010000B},
+    {[](CJorvet* jv, bool crc) { return JVGetModeRq(jv, 0, crc); }, "32 000000 0000", "1EE1", 0x3010000C},
 };
 
-// An instance by the C functions, connected to a board.
-class Api : public ::testing::Test {
-  protected:
-    void SetUp() override { ASSERT_EQ(JVConnect(jorvet, 0), JV_OK); }
-    ~Api() override { JVCloseInstance(jorvet); }
+// Notes what is written to the board, piece by piece.
+struct Api : ConnectedBoard {
+    Api() {
+        board.bridge->set_trace([this](sim::Direction direction, const std::uint8_t* bytes, std::size_t count) {
+            if (direction == sim::Direction::to_board)
+                written.emplace_back(bytes, bytes + count);
+        });
+    }
+    ~Api() override { board.bridge->set_trace({}); }
 
-    plugged_board board;
-    CJorvet* const jorvet = JVGetInstance(JV_KIND_FTDI);
+    std::vector<byte_vector> written;
 };
 
-TEST_F(Api, PassesTheArgumentsOfEachRequestOn) {
-    jorvet->set_timeout_for_reply(10000);
-    for (std::size_t i = 0; i < std::size(calls); ++i) {
+TEST_F(Api, SendsEachRequestInOnePieceAndNamesItsTimeout) {
+    sim::ReplyPlan silence;
+    silence.silent = true;
+    board->plan_all(silence);
+    set_timeouts(0);
+    out_length = 0x7777;
+    out_data.assign(8, 0x77);
+    for (const auto& rq : requests) {
         for (const bool with_crc : {false, true}) {
-            board->plan_next(reply(0x4001, "0A0B"));
-            EXPECT_EQ(calls[i](jorvet, with_crc), 0x70000011u);
-            EXPECT_EQ(board.take_traffic().at(0), sent_frame(requests_on_link[i], with_crc));
-            const bool handed_back = std::exchange(out_length, static_cast<unsigned short>(0)) == 2;
-            EXPECT_EQ(handed_back, i == 1 || i == 7) << i;
+            written.clear();
+            EXPECT_EQ(rq.call(&jorvet, with_crc), rq.timeout_status);
+            const std::string frame = std::string(with_crc ? "91" : "90") + rq.frame + (with_crc ? rq.trailer : "");
+            EXPECT_EQ(written, std::vector<byte_vector>{from_hex(frame)}) << frame;
+        }
+    }
+    EXPECT_TRUE(out_length == 0x7777 && out_data == byte_vector(8, 0x77)) << "touched without a reply";
+}
+
+TEST_F(Api, HandsDataBackFromTwoRequestsWhateverTheStatus) {
+    for (const auto& rq : requests) {
+        for (const unsigned status : {0xA000u, 0x2001u}) {
+            out_length = 0x7777;
+            out_data.assign(4, 0x77);
+            board->plan_next(reply(status, "010203"));
+            EXPECT_EQ(rq.call(&jorvet, true), status == 0x2001 ? 0x70000004u : 0u);
+            EXPECT_EQ(out_length, rq.hands_back ? 3 : 0x7777) << rq.frame;
+            EXPECT_EQ(out_data, from_hex(rq.hands_back ? "01020377" : "77777777")) << rq.frame;
         }
     }
 }
 
-TEST_F(Api, DescribesTheInstance) {
-    EXPECT_TRUE(JVIsOpen(jorvet));
-    EXPECT_NE(JVGetComHandle(jorvet), nullptr);
-    EXPECT_EQ(JVGetComHandle(jorvet), jorvet->get_com()->get_com_handle());
-    COM_INFO info{};
-    JVGetComInfo(jorvet, &info);
-    EXPECT_STREQ(info.serial_number, "JV-0001");
-    EXPECT_EQ(info.in_use, 1);
-    EXPECT_EQ(info.com_type, JV_KIND_FTDI);
-    EXPECT_EQ(JVDisconnect(jorvet), JV_OK);
-    EXPECT_FALSE(JVIsOpen(jorvet));
-    EXPECT_EQ(JVGetComHandle(jorvet), nullptr);
-    EXPECT_EQ(JVDisconnect(jorvet), JV_OK);
+TEST_F(Api, FillsOutDataWithAsMuchAsTheReplyHasForItHasNoSize) {
+    const byte_vector longest(65535, 0x5A);
+    board->set_identifier(0x0102, longest);
+    out_data.assign(65535, 0);
+    ASSERT_EQ(JVReadByIdRq(&jorvet, 1, 2, 3, &out_length, out_data.data(), true), JV_OK);
+    EXPECT_TRUE(out_length == 65535 && out_data == longest);
+}
+
+TEST_F(Api, SendsLongDataAndReadsNoneAtLengthZero) {
+    byte_vector sent(300, 0x5A);
+    EXPECT_EQ(JVWriteMemoryRq(&jorvet, 0x12, 0x34, 300, sent.data(), true), JV_OK);
+    EXPECT_EQ(board->memory(0x1234, 300), sent);
+    auto* const nowhere = reinterpret_cast<unsigned char*>(std::uintptr_t{1});
+    EXPECT_EQ(JVWriteMemoryRq(&jorvet, 0, 0, 0, nowhere, false), JV_OK);
+    EXPECT_EQ(written.back(), from_hex("90 20 000000 0000"));
+    EXPECT_EQ(JVExecByIdRq(&jorvet, 0, 1, 0, nowhere, &out_length, out_data.data(), true), JV_OK);
 }
 
 TEST_F(Api, AnswersNoResourcesAndRecovers) {
-    JVDisconnect(jorvet);
-    {
-        const platform::faults::Scope armed("CreateEventA", 1, ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_EQ(JVConnect(jorvet, 0), 0x30100013u);
-    }
-    EXPECT_EQ(JVDisconnect(jorvet), JV_OK);
-    EXPECT_FALSE(JVIsOpen(jorvet));
-    EXPECT_EQ(JVConnect(jorvet, 0), JV_OK);
-    EXPECT_EQ(JVReadSnRq(jorvet, 1, false), JV_OK);
+    const auto connect = [this] { return JVConnect(&jorvet, 0); };
+    EXPECT_EQ(with_fault("CreateEventA", 1, ERROR_NOT_ENOUGH_MEMORY, connect), 0x30100013u);
+    EXPECT_TRUE(JVIsOpen(&jorvet));
+    EXPECT_EQ(JVDisconnect(&jorvet), JV_OK);
+    expect_working_after_connect();
 }
 
 TEST(ApiWithout, AnInstanceOrALinkAnswersNoCom) {
     CJorvet* const linkless = JVGetInstance(7);
-    ASSERT_NE(linkless, nullptr);
+    EXPECT_TRUE(linkless->purge_rx() == 0x30100001 && linkless->purge_tx() == 0x30100001 && !linkless->get_com());
     for (CJorvet* const instance : {static_cast<CJorvet*>(nullptr), linkless}) {
-        for (const auto call : calls)
-            EXPECT_EQ(call(instance, true), 0x30100001u);
+        for (const auto& rq : requests)
+            EXPECT_EQ(rq.call(instance, true), 0x30100001u);
         EXPECT_EQ(JVConnect(instance, 0), 0x30100001u);
         EXPECT_EQ(JVDisconnect(instance), instance == nullptr ? 0x30100001u : 0u);
-        EXPECT_FALSE(JVIsOpen(instance));
-        EXPECT_EQ(JVGetComHandle(instance), nullptr);
-        COM_INFO info;
-        std::memset(&info, 0x77, sizeof info);
+        EXPECT_TRUE(!JVIsOpen(instance) && JVGetComHandle(instance) == nullptr);
+        COM_INFO info{};
+        info.com_type = 0x77;
         JVGetComInfo(instance, &info);
         EXPECT_EQ(info.com_type, 0x77) << "touched";
         JVCloseInstance(instance);
@@ -99,18 +127,14 @@ TEST(ApiWithout, AnInstanceOrALinkAnswersNoCom) {
 
 TEST(ApiList, HasNoCapacityAndCountsModulo256) {
     for (const unsigned count : {0u, 2u, 258u}) {
-        std::vector<std::unique_ptr<plugged_board>> boards;
-        for (unsigned i = 0; i < count; ++i)
-            boards.push_back(std::make_unique<plugged_board>());
+        const std::deque<plugged_board> boards(count);
         std::vector<COM_INFO> list(count + 1);
-        std::memset(list.data(), 0x77, list.size() * sizeof(COM_INFO));
+        list[count].index = 0x77777777;
         unsigned char listed = 0x77;
         JVGetComInfoList(list.data(), &listed);
         EXPECT_EQ(listed, count % 256);
-        for (unsigned i = 0; i < count; ++i) {
-            EXPECT_EQ(list[i].index, i);
-            EXPECT_EQ(list[i].com_type, JV_KIND_FTDI);
-        }
+        for (unsigned i = 0; i < count; ++i)
+            EXPECT_TRUE(list[i].index == i && list[i].com_type == JV_KIND_FTDI) << i;
         EXPECT_EQ(list[count].index, 0x77777777u) << "written beyond the last device";
     }
 }

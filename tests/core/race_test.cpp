@@ -12,39 +12,37 @@ std::ptrdiff_t entries(const char* folder) {
     return std::distance(begin(all), end(all));
 }
 
-// A request from a second thread, next to those of the first; every status must be one of the library's.
-void request_until(CJorvet& jorvet, steady::time_point end) {
-    do {
-        const unsigned int status = jorvet.rq_get_mode(0, true);
-        EXPECT_STRNE(jv_status_name(status), "JV_UNKNOWN") << std::hex << status;
-    } while (jorvet.is_open() && steady::now() < end);
+void expect_status(unsigned int status) {
+    EXPECT_STRNE(jv_status_name(status), "JV_UNKNOWN") << std::hex << status;
 }
 
 TEST(Race, EndsCleanlyAtAnyMoment) {
     std::mt19937 random(20240817);
-    const auto up_to = [&](unsigned most) { return milliseconds(random() % (most + 1)); };
     CJorvet jorvet(0);
     jorvet.set_timeout_for_reply(20);
+    jorvet.set_timeout_for_event(1);
     const std::ptrdiff_t threads = entries("/proc/self/task");
     const std::ptrdiff_t descriptors = entries("/proc/self/fd");
     for (int round = 0; round < 300; ++round) {
-        SCOPED_TRACE(round);
         const steady::time_point start = steady::now();
         plugged_board board;
         board->start_events(std::chrono::microseconds(200 + random() % 800), {1, 0xA000, {1, 2, 3}, true});
         if (round % 3 != 0)
-            board->unplug(up_to(25) + milliseconds(1));
-        const unsigned int status = jorvet.connect(0);
-        EXPECT_STRNE(jv_status_name(status), "JV_UNKNOWN") << std::hex << status;
-        const steady::time_point end = steady::now() + up_to(10);
-        std::thread beside([&] { request_until(jorvet, end); });
-        request_until(jorvet, end);
+            board->unplug(milliseconds(1 + random() % 25));
+        expect_status(jorvet.connect(0));
+        const auto request = [&, end = steady::now() + milliseconds(random() % 10)] {
+            do
+                expect_status(jorvet.rq_get_mode(0, true));
+            while (jorvet.is_open() && steady::now() < end);
+        };
+        std::thread beside(request);
+        request();
         jorvet.wait_for_event();
         jorvet.read_event_frames();
         beside.join();
-        jorvet.disconnect();
+        expect_status(jorvet.disconnect());
         EXPECT_FALSE(jorvet.is_open());
-        ASSERT_LT(milliseconds_since(start), 10000);
+        ASSERT_LT(milliseconds_since(start), 10000) << "round " << round;
     }
     EXPECT_TRUE(eventually([&] { return entries("/proc/self/task") == threads; })) << "threads left";
     EXPECT_EQ(entries("/proc/self/fd"), descriptors);

@@ -30,26 +30,4 @@ TEST(Faults, hit_the_nth_matching_call_once_or_from_then_on) {
     EXPECT_FALSE(faults::due("FT_Write"));
 }
 
-TEST(Faults, reach_every_function_of_both_faces) {
-    const HANDLE event = CreateEventA(nullptr, TRUE, TRUE, nullptr);
-    const faults::Scope armed("*", 1, 99, true);
-    const auto error = [](bool failed) { return failed ? GetLastError() : ERROR_SUCCESS; };
-    DWORD n = 0;
-    FT_DEVICE_LIST_INFO_NODE node;
-    for (const DWORD e :
-         {error(!SetEvent(event)), error(!ResetEvent(event)), error(WaitForSingleObject(event, 0) == WAIT_FAILED),
-          error(!CloseHandle(event)), error(!CreateEventA(nullptr, TRUE, TRUE, nullptr)),
-          error(!SetThreadPriority(GetCurrentThread(), 0))})
-        EXPECT_EQ(e, 99u);
-    for (const FT_STATUS status :
-         {FT_Open(0, nullptr), FT_Close(event), FT_Read(event, &n, 1, &n), FT_Write(event, &n, 1, &n),
-          FT_ResetDevice(event), FT_SetBaudRate(event, 9600), FT_SetDataCharacteristics(event, 8, 0, 0),
-          FT_SetFlowControl(event, 0, 0, 0), FT_Purge(event, 3), FT_SetTimeouts(event, 0, 0),
-          FT_GetQueueStatus(event, &n), FT_SetEventNotification(event, 1, event), FT_GetStatus(event, &n, &n, &n),
-          FT_SetLatencyTimer(event, 10), FT_SetUSBParameters(event, 64, 64), FT_SetResetPipeRetryCount(event, 1),
-          FT_CreateDeviceInfoList(nullptr), FT_GetDeviceInfoList(&node, nullptr)})
-        EXPECT_EQ(status, 99u);
-    EXPECT_EQ(faults::calls_seen(), 24u);
-}
-
 } // namespace

@@ -36,31 +36,5 @@ TEST(Crc, IsTheBitwiseOneAtEveryLengthAndCut) {
     }
 }
 
-TEST(RequestFrame, CarriesItsTrailerAsBits4To11ThenTheLowByte) {
-    const byte_vector data = from_hex("ABCD");
-    const struct {
-        protocol::request rq;
-        bool with_crc;
-        const char* bytes;
-    } rows[] = {
-        {{protocol::requests::read_memory, {1, 2, 3}}, true, "91 10 01 02 03 0000 1CC0"},
-        {{protocol::requests::read_memory, {1, 2, 3}}, false, "90 10 01 02 03 0000"},
-        {{protocol::requests::read_sn, {1, 0, 0}}, true, "91 15 01 00 00 0000 6FF9"},
-        {{protocol::requests::write_by_id, {1, 2, 0}, data.data(), 2}, true, "91 21 01 02 00 0002 ABCD 7882"},
-        {{protocol::requests::write_by_id, {1, 2, 0}, nullptr, 0}, false, "90 21 01 02 00 0000"},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(protocol::build_frame(row.rq, row.with_crc), from_hex(row.bytes)) << row.bytes;
-}
-
-TEST(RequestFrame, HasItsLengthBigEndian) {
-    const byte_vector data(300, 0x55);
-    const byte_vector frame =
-        protocol::build_frame({protocol::requests::write_memory, {0, 0, 0}, data.data(), 300}, true);
-    EXPECT_EQ(frame.size(), 309u);
-    EXPECT_EQ(frame[5], 0x01);
-    EXPECT_EQ(frame[6], 0x2C);
-}
-
 } // namespace
 } // namespace jorvet::testing

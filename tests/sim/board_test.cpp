@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <thread>
 
 #include "tests/sim/recording_link.h"
 
@@ -87,7 +88,9 @@ TEST_F(BoardTest, AnAnswerGoesAsItsPlanSaysAndTheNextOneAsUsual) {
         {[](ReplyPlan& p) { p.unplug_after = 6, p.stray_after = {0xFF}; }, {answer, "unplug"}},
         {[](ReplyPlan& p) { p.unplug_after = 7; }, {answer}},
     };
-    board.plan_all(testing::reply(2, "02"));
+    ReplyPlan usual;
+    usual.status = 2;
+    board.plan_all(usual);
     for (const auto& row : table) {
         ReplyPlan plan;
         row.change(plan);
@@ -100,7 +103,10 @@ TEST_F(BoardTest, AnAnswerGoesAsItsPlanSaysAndTheNextOneAsUsual) {
 }
 
 TEST_F(BoardTest, PromptOutputOvertakesDelayedAndDelayedLeavesInOrderOfDueTime) {
-    board.plan_next(testing::reply(1, "02", milliseconds(200)));
+    ReplyPlan late;
+    late.status = 1;
+    late.pacing = paced(200, 0, 0);
+    board.plan_next(late);
     send(get_mode);
     board.send_event({7, 0xA000, {}, false}, {milliseconds(100)});
     board.unplug(milliseconds(300));
@@ -119,15 +125,6 @@ TEST_F(BoardTest, EventsAreInSequenceAsTheyLeaveButForLostOnes) {
     send("90300000000000"); // reset
     board.send_event({});
     EXPECT_EQ(link.take(2), (Pieces{"80A0000000", "400100A0000000"}));
-}
-
-TEST_F(BoardTest, PeriodicEventsEndWithStop) {
-    board.start_events(std::chrono::microseconds(500), {});
-    EXPECT_EQ(link.take(2).at(1), "400101A0000000");
-    board.stop_events();
-    link.take(0);
-    board.send_event({9, 0xA000, {}, false}, {milliseconds(10)}); // twenty periods later
-    EXPECT_EQ(link.take(1).at(0).substr(0, 4), "4009");
 }
 
 TEST_F(BoardTest, FramesOfSeveralThreadsStayInOnePiece) {

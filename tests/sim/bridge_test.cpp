@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <future>
+#include <thread>
 
 #include "tests/sim/recording_link.h"
 
@@ -38,17 +39,6 @@ class BridgeTest : public ::testing::Test {
     std::size_t written = 0;
 };
 
-TEST_F(BridgeTest, AnAnswerIsThereWhenTheWriteReturns) {
-    std::size_t count = 0;
-    EXPECT_EQ(write(get_mode), PortStatus::ok);
-    EXPECT_EQ(notified, 1);
-    EXPECT_EQ(bridge->received(&count), PortStatus::ok);
-    EXPECT_EQ(count, 6u);
-    EXPECT_EQ(read(4), "80A00000");
-    EXPECT_EQ(read(100), "0102");
-    EXPECT_EQ(read(1), "");
-}
-
 TEST_F(BridgeTest, WhatDoesNotFitTheQueueIsLostAndCounted) {
     bridge->board().send_raw(Bytes(12, 0x11));
     EXPECT_EQ(read(9), "111111111111111111");
@@ -58,22 +48,6 @@ TEST_F(BridgeTest, WhatDoesNotFitTheQueueIsLostAndCounted) {
     bridge->board().send_raw({1});
     EXPECT_EQ(bridge->purge(true, false), PortStatus::ok);
     EXPECT_EQ(read(1), "");
-}
-
-TEST_F(BridgeTest, SettingsAreKeptIfTheChipCanDoThem) {
-    EXPECT_EQ(bridge->set_baud_rate(115200), PortStatus::ok);
-    for (const PortStatus status :
-         {bridge->set_baud_rate(299), bridge->set_data_format(9, 0, 0), bridge->set_flow_control(0x300, 1, 2),
-          bridge->set_latency_ms(1), bridge->set_transfer_sizes(8192, 100)})
-        EXPECT_EQ(status, PortStatus::bad_value);
-    EXPECT_EQ(bridge->settings().baud_rate, 115200u);
-    EXPECT_EQ(bridge->open({}), PortStatus::refused);
-}
-
-TEST_F(BridgeTest, AStalledWriteIsShortWhenItsTimePasses) {
-    bridge->stall_writes_after(3);
-    EXPECT_EQ(write(get_mode, 20), PortStatus::ok);
-    EXPECT_EQ(written, 3u);
 }
 
 TEST_F(BridgeTest, ABlockedWriteGoesOnOrEndsExactly) {
@@ -101,23 +75,6 @@ TEST_F(BridgeTest, ABlockedWriteGoesOnOrEndsExactly) {
         EXPECT_EQ(written, row.written);
         bridge->set_trace(nullptr);
     }
-}
-
-TEST_F(BridgeTest, AnUnpluggedBridgeIsOffTheListNotifiesAndSaysGone) {
-    ReplyPlan plan;
-    plan.unplug_after = 2;
-    bridge->board().plan_next(plan);
-    EXPECT_EQ(write(get_mode), PortStatus::ok);
-    EXPECT_FALSE(bridge->plugged_in());
-    EXPECT_EQ(notified, 2) << "bytes, then the end";
-    EXPECT_EQ(write(get_mode), PortStatus::gone);
-    std::size_t count = 1;
-    EXPECT_EQ(bridge->received(&count), PortStatus::gone);
-    EXPECT_EQ(bridge->reset(), PortStatus::gone);
-    for (const auto& attached : platform::attached_bridges())
-        EXPECT_NE(attached, bridge);
-    bridge->close();
-    EXPECT_EQ(bridge->open({}), PortStatus::gone);
 }
 
 TEST_F(BridgeTest, NoNotificationIsUnderWayAfterClose) {

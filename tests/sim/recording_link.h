@@ -1,14 +1,30 @@
-// A link that writes down what a board does with it. Any thread.
+// Bytes as hexadecimal text, and a link that writes down what a board does with it. Any thread.
 #pragma once
 
+#include <algorithm>
 #include <condition_variable>
+#include <mutex>
 
-#include "tests/support/simulated_board.h"
+#include "jorvet/sim/bridge.h"
 
 namespace jorvet::sim {
 
-using testing::from_hex;
-using testing::to_hex;
+// Blanks between the digits are skipped.
+inline Bytes from_hex(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    Bytes bytes;
+    for (std::size_t i = 0; i < text.size(); i += 2)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+
+inline std::string to_hex(const std::uint8_t* bytes, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < 2 * count; ++i)
+        text += "0123456789ABCDEF"[(bytes[i / 2] >> (i % 2 == 0 ? 4 : 0)) & 15];
+    return text;
+}
+
 using Pieces = std::vector<std::string>; // one for each call, in hexadecimal, "unplug" among them
 
 class RecordingLink : public Link {

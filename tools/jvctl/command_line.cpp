@@ -278,8 +278,9 @@ std::string parser::what_is_wrong(const CLI::ParseError& error) const {
         sentence = "'" + app_.remaining().front() + "' is not a subcommand";
     if (error.get_name() == "ArgumentMismatch")
         sentence = sentence.substr(0, sentence.find(':')) + " needs a value";
-    if (std::islower(sentence[1]) || sentence[1] == ' ')
-        sentence[0] = static_cast<char>(std::tolower(sentence[0]));
+    for (const char* article : {"The ", "A "})
+        if (sentence.rfind(article, 0) == 0)
+            sentence[0] = static_cast<char>(std::tolower(sentence[0]));
     const auto usage = usages_.find(chosen_.command);
     const std::string called = usage == usages_.end() ? "SUBCOMMAND ..." : usage->second;
     return sentence + "; call it as: jvctl [options] " + called + " (see jvctl " +

@@ -28,8 +28,7 @@ struct settings {
     unsigned int simulated = 0;      // boards to plug in
     std::vector<std::string> script; // lines for the one at `index`
 
-    const tool::request* request = nullptr; // of a request's subcommand
-    request_input input;
+    request_input input; // of a request's subcommand
 
     std::optional<unsigned long> event_count, duration_ms; // where monitor ends
 };

@@ -43,12 +43,17 @@ unsigned int crc16(const bytes& data) {
 
 // The board's answer of success that carries `data`.
 bytes answer_frame(const bytes& data, bool with_crc) {
-    bytes frame{0x80, 0xA0, 0x00, static_cast<std::uint8_t>(data.size() >> 8), static_cast<std::uint8_t>(data.size())};
-    frame.insert(frame.end(), data.begin(), data.end());
+    const auto byte = [](std::size_t value) { return static_cast<std::uint8_t>(value & 0xFF); };
+    bytes frame;
+    for (const std::size_t field :
+         {std::size_t{with_crc ? 0x81u : 0x80u}, std::size_t{0xA0}, std::size_t{0x00}, data.size() >> 8, data.size()})
+        frame.push_back(byte(field));
+    for (const std::uint8_t datum : data)
+        frame.push_back(datum);
     if (with_crc) {
-        frame[0] = 0x81;
         const unsigned int crc = crc16(frame);
-        frame.insert(frame.end(), {static_cast<std::uint8_t>(crc >> 8), static_cast<std::uint8_t>(crc)});
+        frame.push_back(byte(crc >> 8));
+        frame.push_back(byte(crc));
     }
     return frame;
 }
