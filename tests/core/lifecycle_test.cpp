@@ -87,18 +87,6 @@ TEST(Instance, SurvivesTheLossOfItsLinkAtAnyMoment) {
     }
 }
 
-TEST(Instance, SurvivesTheLossOfItsLinkWhileDisconnecting) {
-    CJorvet jorvet(0);
-    for (int round = 0; round < 10; ++round) {
-        plugged_board board;
-        ASSERT_EQ(jorvet.connect(0), JV_OK);
-        const auto unplugged = std::async(std::launch::async, [&] { board.bridge->unplug(); });
-        const unsigned int status = jorvet.disconnect();
-        EXPECT_TRUE(status == JV_OK || status == JV_ERR_COM_NOT_OPEN) << std::hex << status;
-        EXPECT_FALSE(jorvet.is_open());
-    }
-}
-
 TEST_F(Lifecycle, KeepsWhatCameBeforeTheLossOfItsLinkUntilItDisconnects) {
     receive_reply("80 A000 0001 0A");
     board.bridge->unplug();

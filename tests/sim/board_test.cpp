@@ -60,15 +60,6 @@ TEST_F(BoardTest, AnswersEachRequestByItself) {
     }
 }
 
-TEST_F(BoardTest, KeepsTheLast1024RequestsInOrderAndCountsStrayBytes) {
-    for (unsigned i = 0; i < 1030; ++i)
-        send(i == 6 ? "90310600000000" : "FF90319900000000");
-    const std::vector<Request> requests = board.requests();
-    ASSERT_EQ(requests.size(), 1024u);
-    EXPECT_EQ(requests.front().parameters[0], 6);
-    EXPECT_EQ(board.stray_bytes(), 1029u);
-}
-
 TEST_F(BoardTest, AnAnswerGoesAsItsPlanSaysAndTheNextOneAsUsual) {
     const struct {
         void (*change)(ReplyPlan& plan);
