@@ -74,7 +74,7 @@ class JV_API CAbstractCom {
     unsigned int m_rx_bytes = 0; // guarded by m_rx_mutex
 
     // The largest delivery of a listening thread, in bytes.
-    static constexpr std::size_t max_delivery = 65536;
+    JV_LOCAL static constexpr std::size_t max_delivery = 65536;
 };
 
 // A network link: declared, with no operations of its own; nothing makes one.

@@ -100,6 +100,17 @@ TEST_F(Api, SendsLongDataAndReadsNoneAtLengthZero) {
     EXPECT_EQ(JVExecByIdRq(&jorvet, 0, 1, 0, nowhere, &out_length, out_data.data(), true), JV_OK);
 }
 
+TEST_F(Api, DescribesTheInstance) {
+    EXPECT_TRUE(JVIsOpen(&jorvet) && JVGetComHandle(&jorvet) != nullptr);
+    EXPECT_EQ(JVGetComHandle(&jorvet), jorvet.get_com()->get_com_handle());
+    COM_INFO info{};
+    JVGetComInfo(&jorvet, &info);
+    EXPECT_STREQ(info.serial_number, "JV-0001");
+    EXPECT_TRUE(info.in_use == 1 && info.com_type == JV_KIND_FTDI);
+    EXPECT_EQ(JVDisconnect(&jorvet), JV_OK);
+    EXPECT_TRUE(!JVIsOpen(&jorvet) && JVGetComHandle(&jorvet) == nullptr);
+}
+
 TEST_F(Api, AnswersNoResourcesAndRecovers) {
     const auto connect = [this] { return JVConnect(&jorvet, 0); };
     EXPECT_EQ(with_fault("CreateEventA", 1, ERROR_NOT_ENOUGH_MEMORY, connect), 0x30100013u);

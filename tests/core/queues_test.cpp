@@ -21,7 +21,7 @@ std::string described(const IProtocol::EVENT_FRAME& frame) {
 }
 
 TEST_F(Queues, HandOutTheNewestFrameFirstAndADefaultRecordAtTheEnd) {
-    board.send("80 A000 0001 0A 40 07 00 A000 0000 41 08 01 8001 0001 0C 5678");
+    receive_reply("80 A000 0001 0A 40 07 00 A000 0000 41 08 01 8001 0001 0C 5678");
     receive_reply("81 2001 0002 0B1B 1234");
     std::string replies;
     std::string events;
@@ -34,7 +34,7 @@ TEST_F(Queues, HandOutTheNewestFrameFirstAndADefaultRecordAtTheEnd) {
 }
 
 TEST_F(Queues, AreReadInTheOrderOfArrivalAndEmptied) {
-    board.send("80 A000 0001 0A 40 02 00 A000 0000 40 01 01 A000 0000");
+    receive_reply("80 A000 0001 0A 40 02 00 A000 0000 40 01 01 A000 0000");
     receive_reply("80 A000 0001 0B");
     std::string text;
     for (int i = 0; i < 2; ++i) {

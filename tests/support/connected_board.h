@@ -75,7 +75,7 @@ class ConnectedBoard : public ::testing::Test {
         jorvet.set_timeout_for_reply(limit);
         jorvet.set_timeout_for_event(limit);
     }
-    // Afterwards everything that was sent before has been received, too.
+    // Afterwards everything that was sent before has been received, too, if no other reply was under way.
     void receive_reply(const char* hex = "80 A000 0000") {
         board.send(hex);
         ASSERT_EQ(jorvet.wait_for_reply(), JV_OK);
