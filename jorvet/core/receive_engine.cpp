@@ -69,25 +69,33 @@ bool receive_engine::examine(std::size_t& i) {
 }
 
 // Takes the frame that starts at `i` and those that follow it directly, as long as they lie in the packet. Returns
-// where to go on.
+// where to go on. The state is brought up to date once, behind the loop.
 std::size_t receive_engine::take_frames(std::size_t i) {
     const unsigned char* const bytes = packet_.data();
     const std::size_t end = packet_.size();
+    const std::size_t first = i;
+    std::size_t start = first;       // of the frame begun last
+    std::size_t handed_over = first; // all that stands before it has been
     spanning_ = false;
     do {
-        last_frame_start_ = dropped_ + i;
-        const std::size_t size = size_if_whole(bytes + i, end - i);
+        start = i;
+        const std::size_t size = size_if_whole(bytes + start, end - start);
         if (size == 0) {
-            keep_partial(i);
-            return end;
+            keep_partial(start);
+            i = end;
+            break;
         }
-        const std::size_t next = i + size;
-        if (next < end && !may_follow(bytes[next]))
-            return next; // the frame is discarded; the byte there is a context loss
-        hand_over(bytes + i);
-        i = next < end && bytes[next] == separator ? next + 1 : next;
-        run_start_ = static_cast<std::ptrdiff_t>(i);
+        i = start + size;
+        if (i < end && !may_follow(bytes[i]))
+            break; // the frame is discarded; the byte there is a context loss
+        hand_over(bytes + start);
+        if (i < end && bytes[i] == separator)
+            ++i;
+        handed_over = i;
     } while (i < end && is_board_start(bytes[i]));
+    last_frame_start_ = dropped_ + start;
+    if (handed_over > first)
+        forget_examined(handed_over);
     return i;
 }
 
@@ -123,7 +131,7 @@ void receive_engine::extend_frame(std::size_t& i) {
     hand_over(partial_.data());
     if (i < packet_.size() && packet_[i] == separator)
         ++i;
-    run_start_ = static_cast<std::ptrdiff_t>(i);
+    forget_examined(i);
 }
 
 void receive_engine::hand_over(const unsigned char* frame) {
@@ -136,6 +144,11 @@ void receive_engine::hand_over(const unsigned char* frame) {
     } else {
         sink_.reply(reply_view(frame));
     }
+}
+
+// A frame has been handed over, and what is examined counts anew from `i` on.
+void receive_engine::forget_examined(std::size_t i) {
+    run_start_ = static_cast<std::ptrdiff_t>(i);
     examined_.clear();
     forgotten_ = 0;
 }

@@ -102,6 +102,7 @@ class receive_engine {
     void report_loss(std::size_t i, std::size_t packet_size);
     bool find_fresh_start(std::size_t& u) const;
     void hand_over(const unsigned char* frame);
+    void forget_examined(std::size_t i);
     void keep_packet();
     void forget_up_to(std::ptrdiff_t first_kept);
 
