@@ -64,8 +64,9 @@ JV_API void JV_CALL JVCloseInstance(CJorvet* instance);
 JV_API unsigned int JV_CALL JVConnect(CJorvet* instance, unsigned char index);
 
 /* Closes the device, stops receiving and drops the frames that nobody took. JV_OK also when it was not connected or the
- * link is lost; the code of the driver (JV_ERR_FTDI_…) when the device does not close, receiving having stopped all the
- * same. Blocks for at most 0.1 s, plus what the driver takes. */
+ * link is lost; JV_ERR_COM_NOT_OPEN when the link is lost just now; the code of the driver (JV_ERR_FTDI_…) when the
+ * device does not close, receiving having stopped all the same. Blocks for at most 0.1 s, plus what the driver takes.
+ */
 JV_API unsigned int JV_CALL JVDisconnect(CJorvet* instance);
 
 /* Whether the device is open: false before JVConnect, after JVDisconnect, and within 150 ms after an FTDI bridge was
@@ -81,9 +82,9 @@ JV_API void* JV_CALL JVGetComHandle(CJorvet* instance);
 JV_API void JV_CALL JVGetComInfo(CJorvet* instance, COM_INFO* info);
 
 /* Lists what is attached: all FTDI bridges, then all Cypress devices, one record each from `list` on, and their number
- * (modulo 256) into `*count`. There is no capacity argument: `list` must have room for every attached device, and room
- * for 255 is always enough. A driver that does not answer lists nothing. On JV_ERR_NO_RESOURCES inside, `*count` is 0.
- * Needs no instance. Blocks as long as the drivers take. */
+ * (modulo 256) into `*count`. There is no capacity argument: `list` must have room for every attached device. A driver
+ * that does not answer lists nothing. Without memory, too, nothing is listed and `*count` is 0. Needs no instance.
+ * Blocks as long as the drivers take. */
 JV_API void JV_CALL JVGetComInfoList(COM_INFO* list, unsigned char* count);
 
 /* The eleven requests. Each sends one frame, with a CRC if `with_crc` is true, and waits for the board's reply, one

@@ -84,7 +84,6 @@ TEST_F(Faults, OfClosingAreReturnedAndLeaveTheDeviceOpenButSilent) {
 
 TEST_F(Faults, OfReceivingCloseTheLink) {
     for (const char* function : {"FT_Read", "FT_GetStatus"}) {
-        board->send_event({});
         EXPECT_TRUE(with_fault(function, 1, 4, [&] {
             board->send_event({});
             return eventually([&] { return !jorvet.is_open(); });
