@@ -1,4 +1,4 @@
-// The bus: the bridges that are plugged in, in the order of plugging. Any thread.
+// The bus: the devices that are plugged in, in the order of plugging. Any thread.
 #include "jorvet/platform/ports.h"
 
 #include <algorithm>
@@ -7,36 +7,64 @@
 namespace jorvet::platform {
 
 BridgePort::~BridgePort() = default;
+UsbPort::~UsbPort() = default;
 
 namespace {
 
-struct bus {
-    std::mutex mutex;
-    std::vector<std::shared_ptr<BridgePort>> bridges;
-};
+// The ports of one family.
+template <class Port>
+class plugs {
+  public:
+    using port_pointer = std::shared_ptr<Port>;
 
-// Never destroyed: a bridge that stays plugged in until the process ends is not torn down under running threads.
-bus& the_bus() {
-    static bus& it = *new bus;
-    return it;
-}
+    // Never destroyed: a device that stays plugged in until the process ends is not torn down under running threads.
+    static plugs& all() {
+        static plugs& it = *new plugs;
+        return it;
+    }
+
+    void add(port_pointer port) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ports_.push_back(std::move(port));
+    }
+    void remove(const port_pointer& port) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ports_.erase(std::remove(ports_.begin(), ports_.end(), port), ports_.end());
+    }
+    std::vector<port_pointer> list() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return ports_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::vector<port_pointer> ports_;
+};
 
 } // namespace
 
 void attach(std::shared_ptr<BridgePort> port) {
-    const std::lock_guard<std::mutex> lock(the_bus().mutex);
-    the_bus().bridges.push_back(std::move(port));
+    plugs<BridgePort>::all().add(std::move(port));
 }
 
 void detach(const std::shared_ptr<BridgePort>& port) {
-    const std::lock_guard<std::mutex> lock(the_bus().mutex);
-    auto& bridges = the_bus().bridges;
-    bridges.erase(std::remove(bridges.begin(), bridges.end(), port), bridges.end());
+    plugs<BridgePort>::all().remove(port);
 }
 
 std::vector<std::shared_ptr<BridgePort>> attached_bridges() {
-    const std::lock_guard<std::mutex> lock(the_bus().mutex);
-    return the_bus().bridges;
+    return plugs<BridgePort>::all().list();
+}
+
+void attach(std::shared_ptr<UsbPort> port) {
+    plugs<UsbPort>::all().add(std::move(port));
+}
+
+void detach(const std::shared_ptr<UsbPort>& port) {
+    plugs<UsbPort>::all().remove(port);
+}
+
+std::vector<std::shared_ptr<UsbPort>> attached_usb_devices() {
+    return plugs<UsbPort>::all().list();
 }
 
 } // namespace jorvet::platform

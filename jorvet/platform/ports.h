@@ -72,6 +72,122 @@ class JV_PLATFORM_API BridgePort {
     virtual PortStatus purge(bool receive, bool transmit) = 0;
 };
 
+// ---- USB devices
+// -----------------------------------------------------------------------------------------------------
+
+// What identifies a USB device on the bus. It never changes while the port is attached.
+struct UsbIdentity {
+    std::string name;          // at most 255 characters, as the next
+    std::string friendly_name; // what people call it
+    // Tells devices with the same two numbers below apart. At most 127 characters, none of them '\\' or '#'.
+    std::string serial_number;
+    std::uint16_t vendor_id = 0;
+    std::uint16_t product_id = 0;
+};
+
+enum class UsbSpeed { full, high, super };
+enum class UsbPower { resumed, suspended };
+
+// How a transfer ended. A short packet is ok.
+enum class UsbEnd {
+    ok,
+    stalled,     // the endpoint answered with a stall
+    babble,      // the device sent more than there was room for
+    cancelled,   // abort(), a reset or close() ended it
+    timed_out,   // the device did not complete it in the time given
+    failed,      // no answer, or a damaged one
+    no_endpoint, // the selected alternate setting has no such endpoint
+    gone         // the device is unplugged
+};
+
+// The eight bytes that open a control transfer. Bit 7 of `request_type`: the data come from the device.
+struct UsbSetup {
+    std::uint8_t request_type = 0;
+    std::uint8_t request = 0;
+    std::uint16_t value = 0;
+    std::uint16_t index = 0;
+    std::uint16_t length = 0;
+};
+
+// A transfer on another endpoint. Bit 7 of `endpoint`: the data come from the device.
+struct UsbTransfer {
+    std::uint8_t endpoint = 0;
+    const std::uint8_t* data = nullptr; // to the device: `length` bytes, valid until submit() returns
+    std::size_t length = 0;             // bytes to send, or room for those that come
+    std::size_t packets = 0;            // of an isochronous transfer, else 0
+};
+
+struct UsbPacket {
+    UsbEnd end = UsbEnd::ok;
+    std::uint32_t length = 0;
+};
+
+// What became of a transfer, whether it went well or not.
+struct UsbResult {
+    UsbEnd end = UsbEnd::ok;
+    std::size_t count = 0;              // bytes moved
+    const std::uint8_t* data = nullptr; // from the device: those bytes, valid during the completion
+    std::vector<UsbPacket> packets; // of an isochronous transfer; their bytes lie in `data` as in the caller's buffer
+};
+
+// Takes the result of one transfer. Does not block, throws nothing, and calls no operation of the port, so that the
+// port may hold its locks meanwhile. A second call for the same transfer has no effect.
+using UsbCompletion = std::function<void(const UsbResult&)>;
+
+// A USB device. All operations but identity() happen between open() and close(), from any thread, several at once; one
+// that a close() on another thread overtakes may still come in after it, and does no harm. None blocks for longer than
+// the bus needs for a request of its own, and none may call back into the driver but through a completion.
+// The port never keeps memory of the caller: data to the device are read inside the call, data from it are handed over
+// by the completion.
+// After the device is gone every operation says PortStatus::gone, every transfer ends as UsbEnd::gone, those that
+// were pending too, at once.
+class JV_PLATFORM_API UsbPort {
+  public:
+    UsbPort() = default;
+    UsbPort(const UsbPort&) = delete;
+    UsbPort& operator=(const UsbPort&) = delete;
+    virtual ~UsbPort();
+
+    virtual UsbIdentity identity() const = 0;
+
+    // Takes the device, once for each handle on it; refused where the device does not want another.
+    virtual PortStatus open() = 0;
+    // Gives one open() back. With the last one, what is still pending ends as cancelled.
+    virtual void close() = 0;
+
+    // Starts a control transfer on endpoint 0. `data`: the `setup.length` bytes for the device, valid until the call
+    // returns; null when they come from it. The transfer ends as timed_out after `timeout_ms` (0: never).
+    // `done` is called once, from any thread, also before this call returns.
+    virtual void control(const UsbSetup& setup, const std::uint8_t* data, unsigned timeout_ms, UsbCompletion done) = 0;
+    // Starts a transfer on another endpoint; those on one endpoint are served in the order of their start. It stays
+    // pending until the device has sent a short packet or filled the room, or has taken all bytes, or until it fails.
+    // `done` as above.
+    virtual void submit(const UsbTransfer& transfer, UsbCompletion done) = 0;
+    // Ends everything pending on an endpoint (0: control transfers) as cancelled, with the bytes moved so far, before
+    // it returns or soon after. ok also when nothing is pending; bad_value for an endpoint that is none.
+    virtual PortStatus abort(std::uint8_t endpoint) = 0;
+    // Clears the stall of an endpoint. bad_value for an endpoint that is none.
+    virtual PortStatus reset_endpoint(std::uint8_t endpoint) = 0;
+
+    // The alternate setting of the interface. bad_value for one that the device has not. What is pending on an
+    // endpoint of the old setting ends as cancelled.
+    virtual PortStatus select_alternate(std::uint8_t setting) = 0;
+    virtual PortStatus alternate(std::uint8_t* setting) = 0;
+    // Out-parameters are set with ok only.
+    virtual PortStatus speed(UsbSpeed* speed) = 0;
+    virtual PortStatus bus_address(std::uint8_t* address) = 0;
+    virtual PortStatus power(UsbPower* power) = 0;
+    virtual PortStatus set_power(UsbPower power) = 0;
+
+    // Resets the device in place: what is pending ends as cancelled, the port stays usable.
+    virtual PortStatus reset_port() = 0;
+    // Has the device leave the bus and come back: this port is gone, another one takes its place on the bus.
+    virtual PortStatus cycle_port() = 0;
+};
+
+// ---- The bus
+// -----------------------------------------------------------------------------------------------------------
+
 // Plugs a bridge in: from now on the D2XX driver lists it, after those attached before it.
 JV_PLATFORM_API void attach(std::shared_ptr<BridgePort> port);
 // Unplugs it: it leaves the list and later calls on its handles find it gone. The port itself must say `gone` from now
@@ -79,5 +195,11 @@ JV_PLATFORM_API void attach(std::shared_ptr<BridgePort> port);
 JV_PLATFORM_API void detach(const std::shared_ptr<BridgePort>& port);
 // The bridges attached now, in the order of the driver's device list.
 JV_PLATFORM_API std::vector<std::shared_ptr<BridgePort>> attached_bridges();
+
+// The same for a USB device: it becomes, or ceases to be, an interface of the class of the USB driver. No two attached
+// devices share vendor, product and serial number.
+JV_PLATFORM_API void attach(std::shared_ptr<UsbPort> port);
+JV_PLATFORM_API void detach(const std::shared_ptr<UsbPort>& port);
+JV_PLATFORM_API std::vector<std::shared_ptr<UsbPort>> attached_usb_devices();
 
 } // namespace jorvet::platform

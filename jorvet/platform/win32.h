@@ -242,7 +242,7 @@ JV_PLATFORM_API BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set);
 
 // Asks that a window be told of devices: `filter` is one of the DEV_BROADCAST_ records, copied by the call; `flags` is
 // DEVICE_NOTIFY_WINDOW_HANDLE. Returns a registration that UnregisterDeviceNotification releases, or null with
-// ERROR_INVALID_PARAMETER (an unknown record) or ERROR_INVALID_HANDLE (no window, or no open device).
+// ERROR_INVALID_PARAMETER (no window, or an unknown record) or ERROR_INVALID_HANDLE (no open device).
 JV_PLATFORM_API HDEVNOTIFY RegisterDeviceNotificationA(HANDLE window, LPVOID filter, DWORD flags);
 
 // Ends a registration. FALSE with ERROR_INVALID_HANDLE when it is none (a second time included).

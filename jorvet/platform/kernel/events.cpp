@@ -11,13 +11,13 @@ namespace jorvet::platform::kernel {
 
 namespace {
 
-class event final : public object {
+class event final : public waitable {
   public:
     event(bool manual_reset, bool signalled) : manual_reset_(manual_reset), signalled_(signalled) {}
 
     bool wait(DWORD milliseconds) override;
-    void set();
-    void reset();
+    void set() override;
+    void reset() override;
 
   private:
     const bool manual_reset_;
@@ -74,10 +74,6 @@ void event::reset() {
     signalled_ = false;
 }
 
-std::shared_ptr<event> find_event(HANDLE handle) {
-    return std::dynamic_pointer_cast<event>(handles().find(handle));
-}
-
 } // namespace
 
 } // namespace jorvet::platform::kernel
@@ -103,7 +99,7 @@ HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL ini
 BOOL SetEvent(HANDLE event) {
     if (const auto error = faults::due(__func__))
         return fail(*error, FALSE);
-    const auto target = kernel::find_event(event);
+    const auto target = kernel::find_waitable(event);
     if (!target)
         return fail(ERROR_INVALID_HANDLE, FALSE);
     target->set();
@@ -113,7 +109,7 @@ BOOL SetEvent(HANDLE event) {
 BOOL ResetEvent(HANDLE event) {
     if (const auto error = faults::due(__func__))
         return fail(*error, FALSE);
-    const auto target = kernel::find_event(event);
+    const auto target = kernel::find_waitable(event);
     if (!target)
         return fail(ERROR_INVALID_HANDLE, FALSE);
     target->reset();

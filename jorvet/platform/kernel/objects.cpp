@@ -19,7 +19,7 @@ using kernel::fail;
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
     if (const auto error = faults::due(__func__))
         return fail(*error, WAIT_FAILED);
-    const auto target = kernel::handles().find(object);
+    const auto target = kernel::find_waitable(object);
     if (!target)
         return fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
     return target->wait(milliseconds) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
@@ -28,5 +28,9 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
 BOOL CloseHandle(HANDLE object) {
     if (const auto error = faults::due(__func__))
         return fail(*error, FALSE);
-    return kernel::handles().remove(object) ? TRUE : fail(ERROR_INVALID_HANDLE, FALSE);
+    const auto target = kernel::handles().remove(object);
+    if (!target)
+        return fail(ERROR_INVALID_HANDLE, FALSE);
+    target->closed();
+    return TRUE;
 }

@@ -15,13 +15,27 @@ class object {
     object& operator=(const object&) = delete;
     virtual ~object() = default;
 
+    // The handle was closed; calls may still be inside. Once.
+    virtual void closed() {}
+};
+
+// One that can be waited for. Any thread.
+class waitable : public object {
+  public:
     // Waits until the object is signalled, at most `milliseconds`, and has the effect that a wait has on it. False when
-    // the time passed. Any thread, several at once.
+    // the time passed. Several threads may wait at once.
     virtual bool wait(DWORD milliseconds) = 0;
+    virtual void set() = 0;   // signals it
+    virtual void reset() = 0; // takes the signal back
 };
 
 // The open handles of the process.
 handle_table<object>& handles();
+
+// The object of an open handle if it is one that can be waited for, else null.
+inline std::shared_ptr<waitable> find_waitable(HANDLE handle) {
+    return std::dynamic_pointer_cast<waitable>(handles().find(handle));
+}
 
 // Makes `error` the last error and returns `value`, the failure value of the function that fails.
 template <class Value>
