@@ -1,0 +1,68 @@
+// The one road to the driver: every request of the layer goes through call_driver, every transfer request block is made
+// by make_block. Internal to cyusb/. No state; any thread.
+#pragma once
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "jorvet/base/driver_requests.h"
+#include "jorvet/platform/win32.h"
+
+namespace jorvet::cyusb {
+
+struct driver_buffer {
+    void* data = nullptr;
+    DWORD size = 0;
+};
+
+struct driver_answer {
+    bool ok;
+    DWORD error; // 0: completed; ERROR_IO_PENDING: `record` says when
+    DWORD bytes; // that came back; 0 unless ok
+};
+
+// Sends one request. With `record` it does not block. Leaves the thread's last error at 0 when the request has
+// completed, whatever it was before.
+inline driver_answer call_driver(HANDLE device, DWORD code, driver_buffer in, driver_buffer out,
+                                 OVERLAPPED* record = nullptr) {
+    DWORD bytes = 0;
+    SetLastError(ERROR_SUCCESS);
+    const bool ok = DeviceIoControl(device, code, in.data, in.size, out.data, out.size, &bytes, record) != FALSE;
+    return {ok, GetLastError(), ok ? bytes : 0};
+}
+
+// A transfer request block on the heap: header, then perhaps packet table, then perhaps data.
+struct transfer_block {
+    std::unique_ptr<BYTE[]> bytes;
+    DWORD size = 0;
+
+    XferRequest* header() const { return header_of(bytes.get()); }
+    BYTE* data() const { return bytes.get() + header()->DataOffset; }
+    driver_buffer buffer() const { return {bytes.get(), size}; }
+
+    static XferRequest* header_of(BYTE* block) { return reinterpret_cast<XferRequest*>(block); }
+};
+
+// A zeroed block with offsets and lengths filled in. Buffered, it has room for `length` bytes of data, copied from
+// `data` unless that is null; otherwise no data part. The sum of the parts is below 4 GiB.
+inline transfer_block make_block(std::size_t table_length, bool buffered, const BYTE* data, std::size_t length) {
+    const std::size_t data_offset = sizeof(XferRequest) + table_length;
+    transfer_block block;
+    block.size = static_cast<DWORD>(data_offset + (buffered ? length : 0));
+    block.bytes.reset(new BYTE[block.size]());
+    auto* header = new (block.bytes.get()) XferRequest{};
+    if (table_length > 0) {
+        header->PacketTableOffset = sizeof(XferRequest);
+        header->PacketTableLength = static_cast<std::uint32_t>(table_length);
+    }
+    if (buffered) {
+        header->DataOffset = static_cast<std::uint32_t>(data_offset);
+        header->DataLength = static_cast<std::uint32_t>(length);
+        if (data != nullptr && length > 0)
+            std::memcpy(block.bytes.get() + data_offset, data, length);
+    }
+    return block;
+}
+
+} // namespace jorvet::cyusb
