@@ -2,6 +2,7 @@
 #include "jorvet/api/jorvet_api.h"
 
 #include "jorvet/com/com_info_export.h"
+#include "jorvet/com/usb_cyp_com.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
 #include "jorvet/core/jorvet.h"
 
@@ -66,9 +67,12 @@ void JV_CALL JVGetComInfoList(COM_INFO* list, unsigned char* count) {
     *count = 0;
     try {
         const auto bridges = CUsbFtd2xxCom::get_all_com_info_list();
+        const auto controllers = CUsbCypCom::get_all_com_info_list();
         for (const auto& record : bridges)
             jorvet::com::export_com_info(*record, list++);
-        *count = static_cast<unsigned char>(bridges.size());
+        for (const auto& record : controllers)
+            jorvet::com::export_com_info(*record, list++);
+        *count = static_cast<unsigned char>(bridges.size() + controllers.size());
     } catch (...) { // out of memory: nothing is listed
     }
 }

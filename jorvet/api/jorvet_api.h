@@ -60,7 +60,9 @@ JV_API void JV_CALL JVCloseInstance(CJorvet* instance);
 /* Opens the device at place `index` of the link's own list (COM_INFO.index) and starts receiving. A connected instance
  * is disconnected first. Blocks for some 10 ms; up to 0.1 s when it disconnects first. FTDI:
  * JV_ERR_FTDI_DEVICE_NOT_FOUND at a place that does not exist, JV_ERR_FTDI_DEVICE_NOT_OPENED for a bridge in use, else
- * the code of the setting that failed (JV_ERR_FTDI_…); the bridge may then be open: JVDisconnect closes it. */
+ * the code of the setting that failed (JV_ERR_FTDI_…); the bridge may then be open: JVDisconnect closes it. Cypress:
+ * JV_ERR_CYP_OPEN when there is no such device or it does not open, JV_ERR_CYP_NO_ENDPOINT when it lacks the bulk
+ * endpoints of a board; nothing is open then. JV_ERR_NO_COM for an instance of another kind; JV_ERR_NO_RESOURCES. */
 JV_API unsigned int JV_CALL JVConnect(CJorvet* instance, unsigned char index);
 
 /* Closes the device, stops receiving and drops the frames that nobody took. JV_OK also when it was not connected or the
@@ -70,7 +72,7 @@ JV_API unsigned int JV_CALL JVConnect(CJorvet* instance, unsigned char index);
 JV_API unsigned int JV_CALL JVDisconnect(CJorvet* instance);
 
 /* Whether the device is open: false before JVConnect, after JVDisconnect, and within 150 ms after an FTDI bridge was
- * unplugged. Never blocks. */
+ * unplugged. The loss of a Cypress device leaves it true; requests then end with JV_ERR_CYP_WRITE. Never blocks. */
 JV_API bool JV_CALL JVIsOpen(CJorvet* instance);
 
 /* The driver's handle of the open device, for calls of the driver that this library does not make; null while closed.
@@ -78,7 +80,8 @@ JV_API bool JV_CALL JVIsOpen(CJorvet* instance);
 JV_API void* JV_CALL JVGetComHandle(CJorvet* instance);
 
 /* Describes the device that the instance opened last, by its record at that moment; a record of no device (com_type
- * JV_KIND_NONE) before. `info` must not be null; it is not touched when the instance is null or has no link. */
+ * JV_KIND_NONE) before. An open Cypress device has such a record, too, with in_use 1. `info` must not be null; it is
+ * not touched when the instance is null or has no link. */
 JV_API void JV_CALL JVGetComInfo(CJorvet* instance, COM_INFO* info);
 
 /* Lists what is attached: all FTDI bridges, then all Cypress devices, one record each from `list` on, and their number
@@ -94,8 +97,8 @@ JV_API void JV_CALL JVGetComInfoList(COM_INFO* list, unsigned char* count);
  * Each returns JV_OK; or JV_ERR_BOARD_… as the board's status word says (a word unknown to the library counts as
  * success); or its own JV_ERR_TIMEOUT_… without a reply in time; or, when the frame could not be sent,
  * JV_ERR_COM_NOT_OPEN, JV_ERR_FTDI_SHORT_WRITE, another JV_ERR_FTDI_…, JV_ERR_CYP_NO_ENDPOINT or JV_ERR_CYP_WRITE. It
- * blocks while another request of the instance runs, while the frame is written (FTDI: 100 ms) and for the reply
- * time-out.
+ * blocks while another request of the instance runs, while the frame is written (FTDI: at most 100 ms, Cypress: 5 s)
+ * and for the reply time-out.
  *
  * `data` holds `length` bytes to send, and may be null when `length` is 0. `out_data` receives the data of the reply,
  * as many bytes as `*out_length` then says: there is no capacity argument, a reply carries up to 65,535 bytes. Both are

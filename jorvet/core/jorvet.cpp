@@ -8,6 +8,7 @@
 
 #include "jorvet/base/diagnostics.h"
 #include "jorvet/base/status.h"
+#include "jorvet/com/usb_cyp_com.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
 #include "jorvet/core/board_status.h"
 #include "jorvet/core/context_report.h"
@@ -26,11 +27,14 @@ const std::type_info& instance_type = typeid(CJorvet);
 namespace {
 
 constexpr unsigned int kind_ftdi = 0;
+constexpr unsigned int kind_cypress = 1;
 constexpr unsigned char deaf_mode = 3; // in this mode the board's bytes mean nothing to us
 
 boost::shared_ptr<CAbstractCom> make_com(unsigned int kind) {
     if (kind == kind_ftdi)
         return boost::shared_ptr<CAbstractCom>(boost::make_shared<CUsbFtd2xxCom>());
+    if (kind == kind_cypress)
+        return boost::shared_ptr<CAbstractCom>(boost::make_shared<CUsbCypCom>());
     return {};
 }
 

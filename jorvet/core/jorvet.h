@@ -26,7 +26,8 @@ struct request;
 
 class JV_API CJorvet {
   public:
-    // An instance for one kind of link: 0 FTDI. Any other kind makes an instance without a link, which connect refuses.
+    // An instance for one kind of link: 0 FTDI, 1 Cypress. Any other kind makes an instance without a link, which
+    // connect refuses.
     explicit CJorvet(unsigned int kind);
     ~CJorvet(); // disconnects
     CJorvet(const CJorvet&) = delete;

@@ -1,7 +1,7 @@
 // The bridge between a driver and a board.
 //
-// Locks: trace_order_, held while the trace runs, before mutex_, which guards everything else and is held in no call to
-// the outside. The board's own order lock comes before both.
+// Locks: the trace's, held while it runs, before mutex, which guards everything else and is held in no call to the
+// outside. The board's own order lock comes before both.
 #include "jorvet/sim/bridge.h"
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "jorvet/sim/callee.h"
+#include "jorvet/sim/link_trace.h"
 
 namespace jorvet::sim {
 
@@ -83,7 +84,6 @@ class Bridge::Impl {
     // `closing` still is the driver's, but its writes end.
     enum class Stage { closed, open, closing };
 
-    void trace_bytes(Direction direction, const std::uint8_t* bytes, std::size_t count);
     PortStatus write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms, std::size_t* written);
     // Puts a setting in place if it is one that the device can do.
     template <class Change>
@@ -101,8 +101,7 @@ class Bridge::Impl {
     ReceiveQueue receive_queue;
     std::size_t overrun_bytes = 0;
 
-    std::recursive_mutex trace_order; // recursive: a trace may replace itself
-    std::shared_ptr<const Trace> trace;
+    LinkTrace trace;
     Callee<std::shared_ptr<const std::function<void()>>> notify;
 
     Board board; // last: its thread ends before anything else goes
@@ -116,12 +115,6 @@ class Bridge::Impl {
     void write_in_turn(std::unique_lock<std::mutex>& lock, const std::uint8_t* bytes, std::size_t count,
                        const Deadline& deadline, std::size_t* written);
 };
-
-void Bridge::Impl::trace_bytes(Direction direction, const std::uint8_t* bytes, std::size_t count) {
-    const std::lock_guard<std::recursive_mutex> order(trace_order);
-    if (const std::shared_ptr<const Trace> current = trace)
-        (*current)(direction, bytes, count);
-}
 
 template <class Change>
 PortStatus Bridge::Impl::set(bool possible, Change change) {
@@ -144,7 +137,7 @@ bool Bridge::Impl::await(std::unique_lock<std::mutex>& lock, const Deadline& dea
 }
 
 void Bridge::Impl::pass_on(const std::uint8_t* bytes, std::size_t count) {
-    trace_bytes(Direction::to_board, bytes, count);
+    trace.call(Direction::to_board, bytes, count);
     board.from_host(bytes, count);
 }
 
@@ -221,9 +214,7 @@ BridgeSettings Bridge::settings() const {
 }
 
 void Bridge::set_trace(Trace trace) {
-    auto next = trace ? std::make_shared<const Trace>(std::move(trace)) : nullptr;
-    const std::lock_guard<std::recursive_mutex> order(impl_->trace_order);
-    impl_->trace.swap(next);
+    impl_->trace.set(std::move(trace));
 }
 
 void Bridge::unplug() {
@@ -364,7 +355,7 @@ PortStatus Bridge::purge(bool receive, bool) {
 void Bridge::to_host(const std::uint8_t* bytes, std::size_t count) {
     if (!plugged_in())
         return;
-    impl_->trace_bytes(Direction::to_host, bytes, count);
+    impl_->trace.call(Direction::to_host, bytes, count);
     {
         const std::lock_guard<std::mutex> lock(impl_->mutex);
         if (impl_->gone)

@@ -8,15 +8,9 @@
 #include <memory>
 
 #include "jorvet/platform/ports.h"
-#include "jorvet/sim/board.h"
+#include "jorvet/sim/plug.h"
 
 namespace jorvet::sim {
-
-enum class Direction { to_board, to_host };
-
-// Sees the bytes that cross the link, on the thread that moves them, one call at a time per link. It may pull the plug
-// and look at things, but neither make the board send nor wait for a thread that does.
-using Trace = std::function<void(Direction direction, const std::uint8_t* bytes, std::size_t count)>;
 
 struct BridgeOptions {
     std::string serial_number = "JV-0001"; // of the bridge and of the board behind it; cut after 15 characters
@@ -38,25 +32,25 @@ struct BridgeSettings {
     unsigned resets = 0, opens = 0;
 };
 
-class JV_SIM_API Bridge final : public platform::BridgePort, public std::enable_shared_from_this<Bridge>, private Link {
+class JV_SIM_API Bridge final : public platform::BridgePort,
+                                public Plug,
+                                public std::enable_shared_from_this<Bridge>,
+                                private Link {
   public:
     // Makes a bridge with a board and plugs it in. It stays plugged in until unplug(), also when the pointer goes.
     static std::shared_ptr<Bridge> plug_in(const BridgeOptions& options = {});
     ~Bridge() override;
 
-    Board& board();
     BridgeSettings settings() const;
-    void set_trace(Trace trace); // returns once no call of the trace before is under way
-
-    // Pulls the plug: it leaves the device list, and every operation on it fails from now on. Harmless the second time.
-    void unplug() override;
-    bool plugged_in() const;
-
-    // The board takes only `bytes` more of what the host writes, then none: a write then runs into its time-out.
-    // `accept_writes` ends that, and a blocked write goes on.
-    void stall_writes_after(std::size_t bytes);
-    void accept_writes();
     std::size_t overrun_bytes() const; // lost because the receive queue was full
+
+    // Plug. Bytes that the board does not take block a write, which runs into its time-out.
+    Board& board() override;
+    void set_trace(Trace trace) override;
+    void unplug() override;
+    bool plugged_in() const override;
+    void stall_writes_after(std::size_t bytes) override;
+    void accept_writes() override;
 
     // BridgePort
     platform::BridgeIdentity identity() const override;

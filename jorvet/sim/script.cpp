@@ -1,4 +1,4 @@
-// Parsing script lines: a table of first words, and one of the changes that a reply may undergo.
+// Parsing script lines: a table of first words, and those of the changes that a reply or a transfer may undergo.
 #include "jorvet/sim/script.h"
 
 #include <algorithm>
@@ -6,6 +6,9 @@
 #include <iterator>
 #include <limits>
 #include <utility>
+
+#include "jorvet/sim/boot_loader.h"
+#include "jorvet/sim/controller.h"
 
 namespace jorvet::sim {
 
@@ -33,6 +36,11 @@ class Words {
         if (!more())
             fail(std::string("the ") + what + " is missing");
         return take();
+    }
+
+    bool next_is_number() const {
+        const std::size_t next = rest_.find_first_not_of(blanks);
+        return next != std::string_view::npos && rest_[next] >= '0' && rest_[next] <= '9';
     }
 
     std::uint64_t number(const char* what, std::uint64_t maximum) { return to_number(word(what), maximum); }
@@ -88,12 +96,13 @@ class Words {
     std::string_view name_;
 };
 
+template <class Plan>
 struct Change {
     std::string_view name;
-    void (*apply)(Words& words, ReplyPlan& plan);
+    void (*apply)(Words& words, Plan& plan);
 };
 
-constexpr Change changes[] = {
+constexpr Change<ReplyPlan> reply_changes[] = {
     {"silent", [](Words&, ReplyPlan& plan) { plan.silent = true; }},
     {"status", [](Words& words, ReplyPlan& plan) { plan.status = words.two_bytes("status word"); }},
     {"data", [](Words& words, ReplyPlan& plan) { plan.data = words.bytes("data"); }},
@@ -108,30 +117,53 @@ constexpr Change changes[] = {
     {"unplug-after", [](Words& words, ReplyPlan& plan) { plan.unplug_after = words.number("number of bytes", most); }},
 };
 
+using platform::UsbEnd;
+
+void parse_failure(Words& words, TransferPlan& plan) {
+    plan.end = UsbEnd::failed;
+    if (words.next_is_number())
+        plan.after = words.number("number of bytes", most);
+}
+
+constexpr Change<TransferPlan> transfer_changes[] = {
+    {"stall", [](Words&, TransferPlan& plan) { plan.end = UsbEnd::stalled; }},
+    {"babble", [](Words&, TransferPlan& plan) { plan.end = UsbEnd::babble; }},
+    {"fail", parse_failure},
+    {"silent", [](Words&, TransferPlan& plan) { plan.silent = true; }},
+    {"short", [](Words& words, TransferPlan& plan) { plan.after = words.number("number of bytes", most); }},
+    {"data", [](Words& words, TransferPlan& plan) { plan.data = words.bytes("data"); }},
+    {"delay", [](Words& words, TransferPlan& plan) { plan.delay = words.time("delay"); }},
+};
+
 // The entry of `table` with that name; its end when there is none.
 template <class Entry, std::size_t size>
 const Entry* find_entry(const Entry (&table)[size], std::string_view name) {
     return std::find_if(std::begin(table), std::end(table), [&](const Entry& entry) { return entry.name == name; });
 }
 
-ReplyPlan parse_plan(Words& words) {
-    ReplyPlan plan;
+template <class Plan, std::size_t size>
+Plan parse_plan(Words& words, const Change<Plan> (&changes)[size], const char* changed) {
+    Plan plan;
     while (words.more()) {
         const std::string_view name = words.word("change");
-        const Change* const change = find_entry(changes, name);
+        const Change<Plan>* const change = find_entry(changes, name);
         if (change == std::end(changes))
-            words.fail(quoted(name) + " is not a change of a reply");
+            words.fail(quoted(name) + " is not a change of a " + changed);
         change->apply(words, plan);
     }
     return plan;
 }
 
+ReplyPlan parse_reply_plan(Words& words) {
+    return parse_plan(words, reply_changes, "reply");
+}
+
 ScriptAction parse_reply(Words& words) {
-    return [plan = parse_plan(words)](Bridge& bridge) { bridge.board().plan_next(plan); };
+    return [plan = parse_reply_plan(words)](Plug& plug) { plug.board().plan_next(plan); };
 }
 
 ScriptAction parse_replies(Words& words) {
-    return [plan = parse_plan(words)](Bridge& bridge) { bridge.board().plan_all(plan); };
+    return [plan = parse_reply_plan(words)](Plug& plug) { plug.board().plan_all(plan); };
 }
 
 Event parse_event_fields(Words& words) {
@@ -143,23 +175,23 @@ Event parse_event_fields(Words& words) {
 }
 
 ScriptAction parse_event(Words& words) {
-    return [event = parse_event_fields(words)](Bridge& bridge) { bridge.board().send_event(event); };
+    return [event = parse_event_fields(words)](Plug& plug) { plug.board().send_event(event); };
 }
 
 ScriptAction parse_events(Words& words) {
     const milliseconds period = words.time("period");
     if (period.count() == 0 && !words.more())
-        return [](Bridge& bridge) { bridge.board().stop_events(); };
-    return [period, event = parse_event_fields(words)](Bridge& bridge) { bridge.board().start_events(period, event); };
+        return [](Plug& plug) { plug.board().stop_events(); };
+    return [period, event = parse_event_fields(words)](Plug& plug) { plug.board().start_events(period, event); };
 }
 
 ScriptAction parse_lose(Words& words) {
     const auto count = static_cast<unsigned>(words.number("number of events", most));
-    return [count](Bridge& bridge) { bridge.board().lose_events(count); };
+    return [count](Plug& plug) { plug.board().lose_events(count); };
 }
 
 ScriptAction parse_raw(Words& words) {
-    return [bytes = words.bytes("bytes")](Bridge& bridge) { bridge.board().send_raw(bytes); };
+    return [bytes = words.bytes("bytes")](Plug& plug) { plug.board().send_raw(bytes); };
 }
 
 ScriptAction parse_memory(Words& words) {
@@ -168,32 +200,87 @@ ScriptAction parse_memory(Words& words) {
     if (address + bytes.size() > memory_size)
         words.fail(std::to_string(bytes.size()) + " bytes at " + std::to_string(address) +
                    " reach beyond the end of memory");
-    return [address, bytes = std::move(bytes)](Bridge& bridge) { bridge.board().set_memory(address, bytes); };
+    return [address, bytes = std::move(bytes)](Plug& plug) { plug.board().set_memory(address, bytes); };
 }
 
 ScriptAction parse_identifier(Words& words) {
     const std::uint16_t identifier = words.two_bytes("identifier");
-    return [identifier, bytes = words.bytes("bytes")](Bridge& bridge) {
-        bridge.board().set_identifier(identifier, bytes);
-    };
+    return [identifier, bytes = words.bytes("bytes")](Plug& plug) { plug.board().set_identifier(identifier, bytes); };
 }
 
 ScriptAction parse_error(Words& words) {
     const std::uint16_t status = words.two_bytes("status word");
-    return [status](Bridge& bridge) { bridge.board().add_error(status); };
+    return [status](Plug& plug) { plug.board().add_error(status); };
 }
 
 ScriptAction parse_stall(Words& words) {
     const std::string_view word = words.word("number of bytes");
     if (word == "off")
-        return [](Bridge& bridge) { bridge.accept_writes(); };
+        return [](Plug& plug) { plug.accept_writes(); };
     const std::size_t bytes = words.to_number(word, most);
-    return [bytes](Bridge& bridge) { bridge.stall_writes_after(bytes); };
+    return [bytes](Plug& plug) { plug.stall_writes_after(bytes); };
 }
 
 ScriptAction parse_unplug(Words& words) {
     const milliseconds delay = words.more() ? words.time("time") : milliseconds(0);
-    return [delay](Bridge& bridge) { bridge.board().unplug(delay); };
+    return [delay](Plug& plug) { plug.board().unplug(delay); };
+}
+
+// The device as a USB controller, for lines that only those understand.
+Controller& as_controller(Plug& plug, const char* name) {
+    if (auto* const controller = dynamic_cast<Controller*>(&plug))
+        return *controller;
+    throw ScriptError(std::string(name) + ": this is no USB controller");
+}
+
+ScriptAction parse_transfer(Words& words) {
+    const std::uint8_t endpoint = words.byte("endpoint");
+    return [endpoint, plan = parse_plan(words, transfer_changes, "transfer")](Plug& plug) {
+        as_controller(plug, "transfer").plan_transfer(endpoint, plan);
+    };
+}
+
+ScriptAction parse_refuse(Words& words) {
+    const bool refuse = !words.more();
+    if (!refuse && words.word("end") != "off")
+        words.fail("what may follow is \"off\"");
+    return [refuse](Plug& plug) { as_controller(plug, "refuse").refuse_open(refuse); };
+}
+
+using LoaderChange = std::function<void(BootLoader& loader)>;
+
+LoaderChange parse_failing_request(Words& words) {
+    const auto nth = static_cast<unsigned>(words.number("number of the request", most));
+    const bool always = words.more();
+    if (always && words.word("end") != "always")
+        words.fail("what may follow is \"always\"");
+    return [nth, always](BootLoader& loader) { loader.fail(nth, always); };
+}
+
+LoaderChange parse_corrupt_readback(Words& words) {
+    const auto reads =
+        words.more() ? static_cast<unsigned>(words.number("number of reads", most)) : BootLoader::for_ever;
+    return [reads](BootLoader& loader) { loader.corrupt_readback(reads); };
+}
+
+LoaderChange parse_loader_change(Words& words) {
+    const std::string_view name = words.word("change");
+    if (name == "fail")
+        return parse_failing_request(words);
+    if (name == "corrupt-readback")
+        return parse_corrupt_readback(words);
+    if (name != "erase-never-ends")
+        words.fail(quoted(name) + " is not a change of a boot loader");
+    return [](BootLoader& loader) { loader.never_end_erasing(); };
+}
+
+ScriptAction parse_firmware(Words& words) {
+    return [change = parse_loader_change(words)](Plug& plug) {
+        const auto loader = as_controller(plug, "firmware").boot_loader();
+        if (!loader)
+            throw ScriptError("firmware: this controller has no boot loader");
+        change(*loader);
+    };
 }
 
 struct Line {
@@ -202,9 +289,10 @@ struct Line {
 };
 
 constexpr Line lines[] = {
-    {"reply", parse_reply}, {"replies", parse_replies}, {"event", parse_event},   {"events", parse_events},
-    {"lose", parse_lose},   {"raw", parse_raw},         {"memory", parse_memory}, {"identifier", parse_identifier},
-    {"error", parse_error}, {"stall", parse_stall},     {"unplug", parse_unplug},
+    {"reply", parse_reply},   {"replies", parse_replies},   {"event", parse_event},   {"events", parse_events},
+    {"lose", parse_lose},     {"raw", parse_raw},           {"memory", parse_memory}, {"identifier", parse_identifier},
+    {"error", parse_error},   {"stall", parse_stall},       {"unplug", parse_unplug}, {"transfer", parse_transfer},
+    {"refuse", parse_refuse}, {"firmware", parse_firmware},
 };
 
 } // namespace
@@ -212,7 +300,7 @@ constexpr Line lines[] = {
 ScriptAction parse_script_line(std::string_view text) {
     Words words(text);
     if (words.name().empty())
-        return [](Bridge&) {};
+        return [](Plug&) {};
     const Line* const line = find_entry(lines, words.name());
     if (line == std::end(lines))
         throw ScriptError("no line begins with " + quoted(words.name()));

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "jorvet/sim/bridge.h"
+#include "jorvet/sim/plug.h"
 
 namespace jorvet::sim {
 
@@ -15,8 +15,9 @@ class ScriptError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// What a line does to a bridge when run; an empty line does nothing. Throws ScriptError.
-using ScriptAction = std::function<void(Bridge& bridge)>;
+// What a line does to a device when run; an empty line does nothing. Both throw ScriptError, the action when the line
+// is not for that kind of device.
+using ScriptAction = std::function<void(Plug& plug)>;
 ScriptAction parse_script_line(std::string_view line);
 
 } // namespace jorvet::sim

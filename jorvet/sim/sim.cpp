@@ -1,4 +1,4 @@
-// The C face: a bridge behind an opaque pointer, scripts run on it line by line on the caller's thread.
+// The C face: a device behind an opaque pointer, scripts run on it line by line on the caller's thread.
 #include "jorvet/sim/sim.h"
 
 #include <algorithm>
@@ -6,13 +6,15 @@
 #include <string>
 #include <string_view>
 
+#include "jorvet/sim/boot_loader.h"
 #include "jorvet/sim/bridge.h"
+#include "jorvet/sim/controller.h"
 #include "jorvet/sim/script.h"
 
 using namespace jorvet::sim;
 
 struct jv_sim {
-    std::shared_ptr<Bridge> bridge;
+    std::shared_ptr<Plug> first; // the one that was plugged in; others may have taken its place since
 };
 
 namespace {
@@ -21,11 +23,11 @@ thread_local std::string error_text;
 thread_local const char* error = "";
 
 // Runs lines up to the first one that is not understood, and gives its number, 0 for none.
-int run_lines(Bridge& bridge, std::string_view lines) {
+int run_lines(Plug& plug, std::string_view lines) {
     for (int number = 1;; ++number) {
         const std::size_t end = std::min(lines.find_first_of("\n;"), lines.size());
         try {
-            parse_script_line(lines.substr(0, end))(bridge);
+            parse_script_line(lines.substr(0, end))(plug);
         } catch (const ScriptError& wrong) {
             error_text = wrong.what();
             error = error_text.c_str();
@@ -37,36 +39,71 @@ int run_lines(Bridge& bridge, std::string_view lines) {
     }
 }
 
-} // namespace
+std::shared_ptr<Plug> plug_of(const jv_sim& sim) {
+    std::shared_ptr<Plug> plug = sim.first;
+    while (std::shared_ptr<Plug> next = plug->successor())
+        plug = std::move(next);
+    return plug;
+}
 
-jv_sim* jv_sim_attach_bridge(const char* serial_number, const char* description) try {
-    BridgeOptions options;
-    if (serial_number != nullptr)
-        options.serial_number = serial_number;
-    if (description != nullptr)
-        options.description = description;
+// Makes a C handle of what `plug_in` gives; null when that throws.
+template <class PlugIn>
+jv_sim* make_sim(PlugIn plug_in) try {
     auto sim = std::make_unique<jv_sim>();
-    sim->bridge = Bridge::plug_in(options);
+    sim->first = plug_in();
     return sim.release();
 } catch (...) {
     return nullptr;
 }
 
+// The text that a caller gave, or the default.
+std::string text_or(const char* text, const std::string& otherwise) {
+    return text == nullptr ? otherwise : text;
+}
+
+} // namespace
+
+jv_sim* jv_sim_attach_bridge(const char* serial_number, const char* description) {
+    return make_sim([=] {
+        BridgeOptions options;
+        options.serial_number = text_or(serial_number, options.serial_number);
+        options.description = text_or(description, options.description);
+        return Bridge::plug_in(options);
+    });
+}
+
+jv_sim* jv_sim_attach_controller(const char* serial_number, const char* friendly_name, jv_sim_speed speed) {
+    constexpr jorvet::platform::UsbSpeed speeds[] = {jorvet::platform::UsbSpeed::full, jorvet::platform::UsbSpeed::high,
+                                                     jorvet::platform::UsbSpeed::super};
+    if (speed < JV_SIM_FULL_SPEED || speed > JV_SIM_SUPER_SPEED)
+        return nullptr;
+    return make_sim([=] {
+        ControllerOptions options;
+        options.serial_number = text_or(serial_number, options.serial_number);
+        options.friendly_name = text_or(friendly_name, options.friendly_name);
+        options.speed = speeds[speed];
+        options.boot_loader = std::make_shared<BootLoader>();
+        return Controller::plug_in(options);
+    });
+}
+
 void jv_sim_detach(jv_sim* sim) {
     if (sim == nullptr)
         return;
-    sim->bridge->unplug();
-    sim->bridge->set_trace(nullptr);
+    for (std::shared_ptr<Plug> plug = sim->first; plug != nullptr; plug = plug->successor()) {
+        plug->unplug();
+        plug->set_trace(nullptr);
+    }
     delete sim;
 }
 
 int jv_sim_script(jv_sim* sim, const char* lines) try {
     error = "";
     if (sim == nullptr || lines == nullptr) {
-        error = "there is no bridge or no script";
+        error = "there is no device or no script";
         return -1;
     }
-    return run_lines(*sim->bridge, lines);
+    return run_lines(*plug_of(*sim), lines);
 } catch (...) {
     error = "memory or a thread could not be had";
     return -1;
@@ -81,8 +118,8 @@ void jv_sim_set_trace(jv_sim* sim, void (*trace)(void* context, int to_host, con
     if (sim == nullptr)
         return;
     if (trace == nullptr)
-        return sim->bridge->set_trace(nullptr);
-    sim->bridge->set_trace([=](Direction direction, const std::uint8_t* bytes, std::size_t count) {
+        return plug_of(*sim)->set_trace(nullptr);
+    plug_of(*sim)->set_trace([=](Direction direction, const std::uint8_t* bytes, std::size_t count) {
         trace(context, direction == Direction::to_host ? 1 : 0, bytes, count);
     });
 }

@@ -16,9 +16,12 @@ void expect_status(unsigned int status) {
     EXPECT_STRNE(jv_status_name(status), "JV_UNKNOWN") << std::hex << status;
 }
 
-TEST(Race, EndsCleanlyAtAnyMoment) {
+class Race : public ::testing::TestWithParam<bool> {};
+
+TEST_P(Race, EndsCleanlyAtAnyMoment) {
+    const bool bridge = GetParam();
     std::mt19937 random(20240817);
-    CJorvet jorvet(0);
+    CJorvet jorvet(bridge ? 0 : 1);
     jorvet.set_timeout_for_reply(20);
     jorvet.set_timeout_for_event(1);
     std::thread([] {}).join(); // brings a sanitizer's own thread to life
@@ -27,7 +30,8 @@ TEST(Race, EndsCleanlyAtAnyMoment) {
     const std::ptrdiff_t descriptors = entries("/proc/self/fd");
     for (int round = 0; round < 300; ++round) {
         const steady::time_point start = steady::now();
-        plugged_board board;
+        const Behind controller = round % 2 == 0 ? Behind::high_speed_controller : Behind::super_speed_controller;
+        plugged_board board(bridge ? Behind::bridge : controller);
         board->start_events(std::chrono::microseconds(200 + random() % 800), {1, 0xA000, {1, 2, 3}, true});
         if (round % 3 != 0)
             board->unplug(milliseconds(1 + random() % 25));
@@ -46,9 +50,14 @@ TEST(Race, EndsCleanlyAtAnyMoment) {
         EXPECT_FALSE(jorvet.is_open());
         ASSERT_LT(milliseconds_since(start), 10000) << "round " << round;
     }
+    expect_status(jorvet.connect(0)); // nothing is there: lets go of the last device
     EXPECT_TRUE(eventually([&] { return entries("/proc/self/task") == threads; })) << "threads left";
     EXPECT_EQ(entries("/proc/self/fd"), descriptors);
 }
+
+INSTANTIATE_TEST_SUITE_P(, Race, ::testing::Bool(), [](const auto& link) {
+    return std::string(link.param ? "BehindABridge" : "BehindAController");
+});
 
 } // namespace
 } // namespace jorvet::testing

@@ -4,7 +4,7 @@
 namespace jorvet::testing {
 namespace {
 
-struct Requests : ConnectedBoard {
+struct Requests : EachLink {
     unsigned int read_byte() { return jorvet.rq_read_by_id(0, 1, 0, &length, data, false); }
     // A request that is answered with the byte 01, `delay` from now, long after its time-out.
     void provoke_late_refusal(milliseconds delay) {
@@ -18,7 +18,7 @@ struct Requests : ConnectedBoard {
     unsigned char data[16] = {};
 };
 
-TEST_F(Requests, ReturnTheCodeOfTheBoardsStatusWordOrSuccessForAnUnknownOne) {
+TEST_P(Requests, ReturnTheCodeOfTheBoardsStatusWordOrSuccessForAnUnknownOne) {
     const unsigned words[] = {0xA000, 0xB000, 0xB001, 0x2000, 0x2001, 0x2002, 0x2003, 0x3000, 0x3001, 0x3002,
                               0x3004, 0x3005, 0x3006, 0x3007, 0x3008, 0x3101, 0x4000, 0x4001, 0x3003};
     for (unsigned i = 0; i < 19; ++i) {
@@ -31,7 +31,7 @@ TEST_F(Requests, ReturnTheCodeOfTheBoardsStatusWordOrSuccessForAnUnknownOne) {
     }
 }
 
-TEST_F(Requests, DoNotCheckTheCrcOfAReply) {
+TEST_P(Requests, DoNotCheckTheCrcOfAReply) {
     sim::ReplyPlan plan = reply(0xA000, "12");
     plan.with_crc = plan.wrong_crc = true;
     board->plan_next(plan);
@@ -39,7 +39,7 @@ TEST_F(Requests, DoNotCheckTheCrcOfAReply) {
     EXPECT_EQ(data[0], 0x12);
 }
 
-TEST_F(Requests, ReturnTheStatusOfTheReplyThatCameLast) {
+TEST_P(Requests, ReturnTheStatusOfTheReplyThatCameLast) {
     receive_reply();
     // A refusal arrives inside the request, while the warning about two queued replies is on its way.
     hear([this](const std::string&) { receive_reply("80 2001 0000"); });
@@ -47,7 +47,7 @@ TEST_F(Requests, ReturnTheStatusOfTheReplyThatCameLast) {
     hear({});
 }
 
-TEST_F(Requests, AreEndedByALateReplyToTheOneBefore) {
+TEST_P(Requests, AreEndedByALateReplyToTheOneBefore) {
     provoke_late_refusal(milliseconds(200));
     jorvet.purge_reply_frame(); // neither helps: the reply is still under way
     EXPECT_TRUE(jorvet.read_reply_frames().empty());
@@ -58,7 +58,7 @@ TEST_F(Requests, AreEndedByALateReplyToTheOneBefore) {
     EXPECT_EQ(jorvet.get_last_reply_frame()->data, byte_vector{0x02}) << "its own answer stays queued";
 }
 
-TEST_F(Requests, GetTheirOwnReplyOnceTheLateOneHasBeenWaitedFor) {
+TEST_P(Requests, GetTheirOwnReplyOnceTheLateOneHasBeenWaitedFor) {
     provoke_late_refusal(milliseconds(100));
     ASSERT_EQ(jorvet.wait_for_reply(), JV_OK);
     board->plan_next(reply(0xA000, "02"));
@@ -67,12 +67,12 @@ TEST_F(Requests, GetTheirOwnReplyOnceTheLateOneHasBeenWaitedFor) {
     EXPECT_EQ(jorvet.get_last_reply_frame()->data, byte_vector{0x01}) << "left over until somebody takes it";
 }
 
-TEST_F(Requests, OfSeveralThreadsRunOneAtATime) {
+TEST_P(Requests, OfSeveralThreadsRunOneAtATime) {
     sim::ReplyPlan usual;
     usual.pacing.delay = milliseconds(1);
     board->plan_all(usual);
     std::string directions;
-    board.bridge->set_trace([&](sim::Direction direction, const std::uint8_t*, std::size_t) {
+    board.device->set_trace([&](sim::Direction direction, const std::uint8_t*, std::size_t) {
         directions += direction == sim::Direction::to_board ? '>' : '<';
     });
     const auto read = [&](unsigned char id) {
@@ -85,11 +85,11 @@ TEST_F(Requests, OfSeveralThreadsRunOneAtATime) {
     std::thread beside(read, 2), third(read, 3);
     read(4);
     beside.join(), third.join();
-    board.bridge->set_trace({});
+    board.device->set_trace({});
     EXPECT_TRUE(directions.size() == 120 && directions.find(">>") == std::string::npos) << directions;
 }
 
-TEST_F(Requests, OfGetModeTeachTheMode) {
+TEST_P(Requests, OfGetModeTeachTheMode) {
     EXPECT_EQ(jorvet.mode(), 2);
     const struct {
         bool get_mode;
@@ -105,7 +105,7 @@ TEST_F(Requests, OfGetModeTeachTheMode) {
     }
 }
 
-TEST_F(Requests, FindTheInstanceDeafInMode3AlsoAfterAReconnect) {
+TEST_P(Requests, FindTheInstanceDeafInMode3AlsoAfterAReconnect) {
     board->plan_next(reply(0xA000, "03"));
     ASSERT_EQ(jorvet.rq_get_mode(0, false), JV_OK);
     set_timeouts(60);
@@ -119,17 +119,31 @@ TEST_F(Requests, FindTheInstanceDeafInMode3AlsoAfterAReconnect) {
     EXPECT_EQ(jorvet.mode(), 3);
 }
 
-TEST_F(Requests, ReturnTheFailureOfTheWriteAtOnce) {
+TEST_P(Requests, ReturnTheFailureOfTheWriteAtOnce) {
     const auto request = [this] { return jorvet.rq_read_sn(1, false); };
     const steady::time_point start = steady::now();
-    EXPECT_EQ(with_fault("FT_Write", 1, 4, request), 0x30102040u);
-    board.bridge->stall_writes_after(3);
-    EXPECT_EQ(request(), 0x30102002u);
+    if (board.bridge) {
+        EXPECT_EQ(with_fault("FT_Write", 1, 4, request), 0x30102040u);
+        board.bridge->stall_writes_after(3);
+        EXPECT_EQ(request(), 0x30102002u);
+    } else {
+        for (const platform::UsbEnd end : {platform::UsbEnd::stalled, platform::UsbEnd::failed}) {
+            sim::TransferPlan plan;
+            plan.end = end;
+            board.controller->plan_transfer(0x02, plan);
+            EXPECT_EQ(request(), 0x30103002u);
+            EXPECT_EQ(request(), JV_OK) << "the endpoint was reset";
+        }
+    }
     jorvet.disconnect();
     EXPECT_EQ(request(), 0x30101000u);
     EXPECT_EQ(CJorvet(0).rq_read_sn(1, false), 0x30101000u) << "before the first connect";
     EXPECT_LT(milliseconds_since(start), 5000) << "waited for a reply";
 }
+
+INSTANTIATE_TEST_SUITE_P(, Requests,
+                         ::testing::Values(Behind::bridge, Behind::high_speed_controller,
+                                           Behind::super_speed_controller));
 
 TEST(CrcCalc, TakesBits4To11ForTheHighBytes) {
     const IProtocol::REPLY_FRAME frames[] = {

@@ -72,6 +72,19 @@ TEST_F(SimTest, StartsAndStopsEventsAndUnplugsAtOnce) {
     EXPECT_EQ(port->reset(), platform::PortStatus::gone);
 }
 
+TEST(SimController, IsScriptedAndDetachedWithWhatTookItsPlace) {
+    jv_sim* const sim = jv_sim_attach_controller("A#1", "mine", JV_SIM_SUPER_SPEED);
+    EXPECT_EQ(platform::attached_usb_devices().back()->cycle_port(), platform::PortStatus::ok);
+    const auto usb = platform::attached_usb_devices().back();
+    EXPECT_EQ(usb->identity().serial_number + usb->identity().friendly_name, "A_1mine");
+    EXPECT_EQ(jv_sim_script(sim, "refuse"), 0);
+    EXPECT_EQ(usb->open(), platform::PortStatus::refused);
+    EXPECT_EQ(jv_sim_script(sim, "refuse off"), 0);
+    EXPECT_EQ(usb->open(), platform::PortStatus::ok);
+    jv_sim_detach(sim);
+    EXPECT_EQ(usb->open(), platform::PortStatus::gone);
+}
+
 TEST_F(SimTest, ABadLineIsNamedByItsNumberAndTheReason) {
     const struct {
         const char* script;
@@ -92,8 +105,9 @@ TEST_F(SimTest, ABadLineIsNamedByItsNumberAndTheReason) {
         {"memory 0xFFFF 0102", 1, "memory: 2 bytes at 65535 reach beyond the end of memory"},
         {"events 5", 1, "events: the identifier is missing"},
         {"stall on", 1, "stall: \"on\" is not a number"},
+        {"lose 1\ntransfer 0", 2, "transfer: this is no USB controller"},
         {"unplug 0 now", 1, "unplug: \"now\" is one word too many"},
-        {nullptr, -1, "there is no bridge or no script"},
+        {nullptr, -1, "there is no device or no script"},
     };
     for (const auto& row : table) {
         EXPECT_EQ(jv_sim_script(sim, row.script), row.line) << row.error;

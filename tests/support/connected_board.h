@@ -1,4 +1,4 @@
-// What the tests of the library's upper rooms share: a board on a simulated bridge, an instance connected to it,
+// What the tests of the library's upper rooms share: a board behind a simulated device, an instance connected to it,
 // faults, diagnostics, and waits with a limit.
 #pragma once
 
@@ -13,6 +13,7 @@
 #include "jorvet/core/jorvet.h"
 #include "jorvet/platform/faults.h"
 #include "jorvet/sim/bridge.h"
+#include "jorvet/sim/controller.h"
 #include "tests/support/receive_vectors.h"
 
 namespace jorvet::testing {
@@ -54,18 +55,46 @@ inline sim::ReplyPlan reply(unsigned status, const char* data, milliseconds dela
     return {false, static_cast<std::uint16_t>(status), from_hex(data), {}, false, {}, {}, {delay, 0, {}}, {}};
 }
 
-// A board behind a bridge that is plugged in for as long as this lives.
-struct plugged_board {
-    plugged_board(const sim::BridgeOptions& options = {}) : bridge(sim::Bridge::plug_in(options)) {}
-    ~plugged_board() { bridge->unplug(); }
-    sim::Board* operator->() const { return &bridge->board(); }
-    void send(const char* hex) const { bridge->board().send_raw(from_hex(hex)); }
+// What a board sits behind.
+enum class Behind { bridge, high_speed_controller, super_speed_controller };
 
-    const std::shared_ptr<sim::Bridge> bridge;
+inline unsigned int kind_of(Behind device) {
+    return device == Behind::bridge ? 0 : 1;
+}
+
+inline sim::ControllerOptions controller_options(Behind device) {
+    sim::ControllerOptions options;
+    const bool super_speed = device == Behind::super_speed_controller;
+    options.speed = super_speed ? platform::UsbSpeed::super : platform::UsbSpeed::high;
+    return options;
+}
+
+// A board behind a device that is plugged in for as long as this lives.
+struct plugged_board {
+    plugged_board(const sim::BridgeOptions& options = {}) : bridge(sim::Bridge::plug_in(options)), device(bridge) {}
+    plugged_board(const sim::ControllerOptions& options)
+        : controller(sim::Controller::plug_in(options)), device(controller) {}
+    plugged_board(Behind behind)
+        : plugged_board(behind == Behind::bridge ? plugged_board(sim::BridgeOptions{})
+                                                 : plugged_board(controller_options(behind))) {}
+    plugged_board(plugged_board&&) = default;
+    ~plugged_board() {
+        if (device)
+            device->unplug();
+    }
+    sim::Board* operator->() const { return &device->board(); }
+    void send(const char* hex) const { device->board().send_raw(from_hex(hex)); }
+
+    std::shared_ptr<sim::Bridge> bridge; // one of these two
+    std::shared_ptr<sim::Controller> controller;
+    std::shared_ptr<sim::Plug> device;
 };
 
 // An instance connected to a board. Its time-outs are long, but where one is expected.
 class ConnectedBoard : public ::testing::Test {
+  public:
+    explicit ConnectedBoard(Behind behind = Behind::bridge) : board(behind), jorvet(kind_of(behind)) {}
+
   protected:
     void SetUp() override {
         set_timeouts(10000);
@@ -87,7 +116,13 @@ class ConnectedBoard : public ::testing::Test {
     }
 
     plugged_board board;
-    CJorvet jorvet{0};
+    CJorvet jorvet;
+};
+
+// The same behind each device in turn.
+class EachLink : public ConnectedBoard, public ::testing::WithParamInterface<Behind> {
+  public:
+    EachLink() : ConnectedBoard(GetParam()) {}
 };
 
 } // namespace jorvet::testing

@@ -73,11 +73,11 @@ TEST(Requests, EachCrossesTheLinkAsItsFrameAndReportsItsStatus) {
         {"get-mode", 0, "JV_OK: success\nmode 2\n", "> 90 32 00 00 00 00 00\n< 80 A0 00 00 01 02\n"},
         {"get-mode --script 'reply data 05'", 0, "mode 5\n", ""},
     };
-    for (command_line line : lines) {
-        const std::string traced = std::string("--simulate --trace ") + line.arguments;
-        line.arguments = traced.c_str();
-        expect(line);
-    }
+    for (command_line line : lines)
+        for (const char* link : {"ftdi ", "cypress "}) {
+            const std::string traced = std::string("--simulate --trace --link ") + link + line.arguments;
+            expect({traced.c_str(), line.exit, line.out, line.err});
+        }
 }
 
 TEST(Usage, AWrongCommandLineSendsNothingAndSaysWhatIsWrongInOneLine) {
@@ -96,8 +96,10 @@ TEST(Usage, AWrongCommandLineSendsNothingAndSaysWhatIsWrongInOneLine) {
         {"read-sn --timeout", "--timeout needs a value"},
         {"--timeout 65536 read-sn", "--timeout: '65536' is not a number from 0 to 65535"},
         {"--link serial read-sn", "'serial' is neither ftdi nor cypress"},
+        {"--speed warp list", "'warp' is none of full, high and super"},
+        {"--link ftdi describe", "describe: this is for Cypress devices only"},
         {"--simulate=x read-sn", "--simulate: 'x' is not a number"},
-        {"--index 2 --script unplug read-sn", "--index 2 is none of the 2 simulated boards"},
+        {"--index 2 --script unplug read-sn", "--index 2 is none of the 1 simulated board"},
         {"--script 'reply loudly' read-sn", "'reply loudly' is not understood"},
         {"--simulate=0 --trace list", "add --simulate"},
     };
@@ -120,16 +122,22 @@ TEST(Commands, ExitStatusTellsRefusalTimeOutAndLinkFailureApart) {
          "jvctl: read-sn: 0x30100004 JV_ERR_TIMEOUT_READ_SN: no reply"},
         {"--simulate --script unplug read-sn", 4, "", "jvctl: read-sn: 0x3010"},
         {"--simulate --index 9 info", 4, "", "0x3010203E JV_ERR_FTDI_DEVICE_NOT_FOUND"},
-        {"--simulate --index 1 info", 0, "JV-0002", ""},
+        {"--simulate=2 --index 1 info", 0, "JV-0002", ""},
+        {"--simulate --link cypress info", 0, "yes     Jorvet simulated USB board JV-0001", ""},
         {"--simulate=0 list", 0, "no device is attached\n", ""},
-        {"--simulate list", 0, "1      ftdi  JV-0002", ""},
-        {"--simulate --script unplug list", 0, "0      ftdi  JV-0002", ""},
+        {"--simulate list", 0,
+         "0      ftdi     JV-0001        -              no      Jorvet simulated board\n0      cypress  -     ", ""},
+        {"--simulate=2 --script unplug list", 0, "0      ftdi     JV-0002", ""},
+        {"--simulate describe", 0, "wTotalLength: 0x0053", ""},
+        {"--simulate --speed super describe", 0, "EndPoint Descriptor: 6", ""},
+        {"--simulate --link cypress --script unplug read-sn", 4, "", "0x30103002 JV_ERR_CYP_WRITE"},
+        {"--simulate --link cypress --index 1 read-sn", 4, "", "0x30103003 JV_ERR_CYP_OPEN"},
         {"--help", 0, "Exit status:\n  0  success\n", ""},
         {"read-by-id --help", 0, "jvctl --simulate read-by-id 0x00 0x01", ""},
         {"--simulate monitor --for 60", 0, "0 events, 0 lost, in 0.", ""},
         {"--simulate monitor --count 1 --for 60", 3, "0 events", "JV_ERR_EVENT_TIMEOUT"},
         {"--simulate --script 'event 1 AA; unplug 300' monitor", 4, "seq   0", "0x30101000 JV_ERR_COM_NOT_OPEN"},
-        {"--index 1 demo", 0, "all right", ""},
+        {"--index 1 demo", 0, "81 checks, all right", ""},
         {"demo --script 'reply status 0x3001'", 4, "WRONG  read-sn", "went wrong"},
     };
     for (const command_line& line : lines)
@@ -163,10 +171,11 @@ TEST(Json, IsOneObjectWithTheStatusAlsoAfterAFailure) {
     for (const auto& [arguments, expected] : lines)
         EXPECT_EQ(json::parse(jvctl(std::string("--simulate --json ") + arguments).out), expected) << arguments;
     EXPECT_EQ(json::parse(jvctl("--format json read-sn x").out).at("exit_status"), 2);
-    const json devices = json::parse(jvctl("--simulate --json list").out).at("devices");
-    ASSERT_EQ(devices.size(), 2u);
+    const json devices = json::parse(jvctl("--simulate=2 --json list").out).at("devices");
+    ASSERT_EQ(devices.size(), 4u);
     EXPECT_EQ(devices[1].at("serial_number"), "JV-0002");
-    EXPECT_EQ(devices[1].at("index"), 1);
+    EXPECT_EQ(devices[3].at("description"), "Jorvet simulated USB board JV-0002");
+    EXPECT_EQ(devices[3].at("index"), 1);
 }
 
 TEST(Monitor, ShowsEventsInOrderAndCountsLostOnes) {
@@ -191,6 +200,28 @@ TEST(Monitor, EndsWithItsSummaryWhenInterrupted) {
     EXPECT_EQ(seen.exit, 0);
     EXPECT_NE(seen.out.find(", 0 lost, in "), std::string::npos) << seen.out;
     std::remove(log.c_str());
+}
+
+TEST(Flash, SaysWhatItWroteAndWhatItLeavesAndOverwritesNothingUnasked) {
+    const std::string path = temporary("image"), cut = temporary("cut");
+    const std::string image("CY\4\0\1\0\0\0\0\0\0\0\1\2\3\4\0\0\0\0\0\0\0\0", 24); // fit for all three
+    std::ofstream(path) << image;
+    std::ofstream(cut) << image.substr(0, 23);
+    const std::tuple<std::string, int, const char*, const char*> lines[] = {
+        {"ram " + path, 0, "flash: FX3_OK: success; 24 of 24 bytes written to the RAM, read back", "written 16 of 24"},
+        {"i2c --yes " + path, 0, "24 of 24 bytes written to the I2C EEPROM\n", ""},
+        {"spi --yes --verify " + path, 0, "written to the SPI flash, read back and compared\n",
+         "erased 24 of 24 bytes\n"},
+        {"spi --yes --verify --script 'firmware corrupt-readback' " + path, 4, "",
+         "but byte 23 differs from the image"},
+        {"spi --yes --script 'firmware fail 6 always' " + path, 4, "",
+         "0 of 24 bytes written to the SPI flash; what it"},
+        {"ram " + cut, 2, "", "jvctl: flash: FX3_IMAGE_TRUNCATED"},
+        {"i2c /nowhere/F", 2, "", "FX3_NO_FILE: the file cannot be opened"},
+        {"spi </dev/null " + path, 2, "", "flash: this overwrites the SPI flash; add --yes"}};
+    for (const auto& [arguments, exit, out, err] : lines)
+        expect({("--simulate flash --to " + arguments).c_str(), exit, out, err});
+    std::remove(path.c_str()), std::remove(cut.c_str());
 }
 
 } // namespace

@@ -1,0 +1,67 @@
+// The Cypress link's device list: the driver's devices as records, and the look-ups in it. Any thread.
+#include <algorithm>
+#include <iterator>
+
+#include <boost/make_shared.hpp>
+
+#include "jorvet/com/usb_cyp_com.h"
+
+namespace {
+
+constexpr int open_first_device = 1;
+
+bool opens(CCyUSBDevice& device, UCHAR index) try {
+    return device.Open(index);
+} catch (const char*) { // the one before does not close
+    return false;
+}
+
+boost::shared_ptr<CUsbCypComInfo> record_of(CCyUSBDevice& device, UCHAR index) {
+    auto record = boost::make_shared<CUsbCypComInfo>();
+    record->com_type = 1;
+    record->index = index;
+    if (!opens(device, index)) {
+        record->in_use = 1;
+        return record;
+    }
+    record->vendor_id = device.VendorId;
+    record->product_id = device.ProductId;
+    char* const name = device.FriendlyName;
+    record->description.assign(name, std::find(name, std::end(device.FriendlyName), '\0'));
+    const bool usb3 = jorvet::cyusb::is_usb3(device.BcdUsb);
+    record->super_speed = usb3 ? 1 : 0;
+    record->high_speed = usb3 ? 0 : 1;
+    return record;
+}
+
+template <typename Predicate>
+std::vector<boost::shared_ptr<CUsbCypComInfo>> records_where(Predicate matches) {
+    auto records = CUsbCypCom::get_all_com_info_list();
+    const auto differs = [&](const boost::shared_ptr<CUsbCypComInfo>& record) { return !matches(*record); };
+    records.erase(std::remove_if(records.begin(), records.end(), differs), records.end());
+    return records;
+}
+
+} // namespace
+
+std::vector<boost::shared_ptr<CUsbCypComInfo>> CUsbCypCom::get_all_com_info_list() {
+    CCyUSBDevice device(nullptr, CYUSBDRV_GUID, open_first_device);
+    const UCHAR count = device.DeviceCount();
+    std::vector<boost::shared_ptr<CUsbCypComInfo>> records;
+    for (UCHAR index = 0; index < count; ++index)
+        records.push_back(record_of(device, index));
+    return records;
+}
+
+boost::shared_ptr<CUsbCypComInfo> CUsbCypCom::get_com_info_by_index(unsigned char index) {
+    const auto records = get_all_com_info_list();
+    return index < records.size() ? records[index] : boost::make_shared<CUsbCypComInfo>();
+}
+
+std::vector<boost::shared_ptr<CUsbCypComInfo>> CUsbCypCom::get_com_info_by_name(std::string description) {
+    return records_where([&](const CUsbCypComInfo& record) { return record.description == description; });
+}
+
+std::vector<boost::shared_ptr<CUsbCypComInfo>> CUsbCypCom::get_com_info_by_sn(std::string serial_number) {
+    return records_where([&](const CUsbCypComInfo& record) { return record.serial_number == serial_number; });
+}

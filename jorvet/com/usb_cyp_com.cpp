@@ -1,0 +1,292 @@
+// The Cypress link: opening, closing and writing on the application's threads, receiving on the listening thread.
+#include "jorvet/com/usb_cyp_com.h"
+
+#include <algorithm>
+#include <iostream>
+#include <new>
+
+#include <boost/chrono/duration.hpp>
+#include <boost/make_shared.hpp>
+#include <boost/throw_exception.hpp>
+
+#include "jorvet/base/status.h"
+#include "jorvet/com/descriptor_report.h"
+#include "jorvet/cyusb/pending_record.h"
+
+namespace {
+
+constexpr int open_first_device = 1;
+constexpr DWORD no_limit = 0xFFFFFFFF;
+constexpr DWORD usb3_wait_ms = 5;
+constexpr DWORD write_wait_ms = 5000;
+constexpr int stop_wait_ms = 50;
+
+void cancel_and_clear(CCyUSBEndPoint* endpoint) {
+    if (endpoint == nullptr)
+        return;
+    endpoint->Abort();
+    endpoint->Reset();
+}
+
+// The IN transfer of a listening thread. It is ended before the buffer that it fills can go.
+class in_transfer {
+  public:
+    explicit in_transfer(CCyBulkEndPoint& endpoint) : endpoint_(endpoint) {}
+    ~in_transfer() {
+        endpoint_.Abort();
+        finish();
+    }
+    in_transfer(const in_transfer&) = delete;
+    in_transfer& operator=(const in_transfer&) = delete;
+
+    bool has_event() const { return record_.valid(); }
+    // False when it could not be started.
+    bool begin(std::vector<unsigned char>& buffer) {
+        buffer_ = buffer.data();
+        room_ = static_cast<LONG>(buffer.size());
+        context_ = endpoint_.BeginDataXfer(buffer_, room_, record_.get());
+        return context_ != nullptr && (endpoint_.LastError == ERROR_SUCCESS || endpoint_.LastError == ERROR_IO_PENDING);
+    }
+    // Waits for at most `milliseconds`, then cancels it.
+    void wait(DWORD milliseconds) {
+        if (!endpoint_.WaitForXfer(record_.get(), milliseconds))
+            endpoint_.Abort();
+    }
+    // True when all went well; `moved` bytes came in any case. Waits for the end of what was cancelled.
+    bool finish(LONG* moved = nullptr) {
+        LONG length = room_;
+        const bool ok = endpoint_.FinishDataXfer(buffer_, length, record_.get(), context_, nullptr);
+        context_ = nullptr;
+        if (moved != nullptr)
+            *moved = length;
+        return ok;
+    }
+
+  private:
+    CCyBulkEndPoint& endpoint_;
+    jorvet::cyusb::pending_record record_;
+    BYTE* context_ = nullptr;
+    BYTE* buffer_ = nullptr;
+    LONG room_ = 0;
+};
+
+} // namespace
+
+CUsbCypCom::CUsbCypCom() : m_device(nullptr, CYUSBDRV_GUID, open_first_device) {}
+
+CUsbCypCom::~CUsbCypCom() {
+    if (is_open())
+        close();
+}
+
+unsigned int CUsbCypCom::load() {
+    return JV_OK;
+}
+
+unsigned int CUsbCypCom::open_by_index(unsigned char index) {
+    if (is_open())
+        close();
+    if (!open_device(index)) {
+        m_com_info = boost::make_shared<CComInfo>();
+        return JV_ERR_CYP_OPEN;
+    }
+    if (m_device.BulkInEndPt == nullptr || m_device.BulkOutEndPt == nullptr) {
+        m_com_info = boost::make_shared<CComInfo>();
+        return JV_ERR_CYP_NO_ENDPOINT;
+    }
+    m_com_handle = m_device.DeviceHandle;
+    m_com_info->in_use = 1;
+    m_device.BulkInEndPt->TimeOut = no_limit;
+    m_device.BulkOutEndPt->TimeOut = no_limit;
+    return start_listening_thread();
+}
+
+// Whether a device is open now, perhaps without a selected interface.
+bool CUsbCypCom::open_device(unsigned char index) try {
+    if (!m_device.Open(index)) {
+        m_device.Reset();
+        m_device.Open(index);
+    }
+    return m_device.DeviceHandle != INVALID_HANDLE_VALUE;
+} catch (const char*) { // the device held before does not close
+    return false;
+}
+
+unsigned int CUsbCypCom::open_by_name(std::string&) {
+    return JV_ERR_NOT_SUPPORTED;
+}
+
+unsigned int CUsbCypCom::open_by_sn(std::string&) {
+    return JV_ERR_NOT_SUPPORTED;
+}
+
+unsigned int CUsbCypCom::open_by_location(unsigned int) {
+    return JV_ERR_NOT_SUPPORTED;
+}
+
+unsigned int CUsbCypCom::open_by_tcpip(std::string&, int) {
+    return JV_ERR_NOT_SUPPORTED;
+}
+
+unsigned int CUsbCypCom::close() {
+    if (!is_open())
+        return JV_ERR_COM_NOT_OPEN;
+    stop_listening_thread();
+    const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+    m_com_handle = nullptr;
+    m_rx_buffer.clear();
+    return JV_OK;
+}
+
+unsigned int CUsbCypCom::read(void* buffer, unsigned int size) {
+    if (!is_open())
+        return JV_ERR_COM_NOT_OPEN;
+    if (m_device.BulkInEndPt == nullptr)
+        return JV_ERR_CYP_NO_ENDPOINT;
+    LONG length = static_cast<LONG>(size);
+    return m_device.BulkInEndPt->XferData(static_cast<BYTE*>(buffer), length) ? JV_OK : JV_ERR_CYP_READ;
+}
+
+unsigned int CUsbCypCom::write(void* buffer, unsigned int size) {
+    if (!is_open())
+        return JV_ERR_COM_NOT_OPEN;
+    if (m_device.BulkOutEndPt == nullptr)
+        return JV_ERR_CYP_NO_ENDPOINT;
+    CCyBulkEndPoint& out = *m_device.BulkOutEndPt;
+    jorvet::cyusb::pending_record record;
+    if (!record.valid())
+        return JV_ERR_NO_RESOURCES;
+    auto* const bytes = static_cast<BYTE*>(buffer);
+    LONG length = static_cast<LONG>(size);
+    BYTE* const context = out.BeginDataXfer(bytes, length, record.get());
+    const bool ended = out.WaitForXfer(record.get(), write_wait_ms);
+    if (!ended)
+        out.Abort();
+    const bool finished = out.FinishDataXfer(bytes, length, record.get(), context, nullptr);
+    if (!finished) {
+        out.Reset();
+        out.Abort();
+    }
+    return ended && finished && length == static_cast<LONG>(size) ? JV_OK : JV_ERR_CYP_WRITE;
+}
+
+unsigned int CUsbCypCom::purge_tx() {
+    cancel_and_clear(m_device.BulkOutEndPt);
+    return JV_OK;
+}
+
+unsigned int CUsbCypCom::purge_rx() {
+    cancel_and_clear(m_device.BulkInEndPt);
+    return JV_OK;
+}
+
+unsigned int CUsbCypCom::start_listening_thread() {
+    if (!is_open())
+        return JV_ERR_COM_NOT_OPEN;
+    if (m_listening_thread.joinable())
+        stop_listening_thread();
+    purge_tx();
+    purge_rx();
+    m_listening_ready = false;
+    m_listening_failed = false;
+    m_listening_thread = boost::thread([this] { listening_loop(); });
+    while (!m_listening_ready)
+        boost::this_thread::sleep_for(boost::chrono::milliseconds(2));
+    if (m_listening_failed)
+        boost::throw_exception(boost::thread_resource_error());
+    return JV_OK;
+}
+
+// The flag goes first: a loop that starts its next transfer after the abort sees it and ends that transfer itself.
+unsigned int CUsbCypCom::stop_listening_thread() {
+    m_listening_stopped = true;
+    m_rx_abort = true;
+    purge_tx();
+    purge_rx();
+    if (m_listening_thread.joinable()) {
+        while (!m_listening_thread.try_join_for(boost::chrono::milliseconds(stop_wait_ms)))
+            purge_rx(); // the driver refused the abort, and the thread waits for its transfer
+    }
+    {
+        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+        m_rx_ready = false;
+        m_rx_bytes = 0;
+    }
+    m_rx_abort = false;
+    return JV_OK;
+}
+
+void CUsbCypCom::listening_loop() {
+    try {
+        if (m_device.BulkInEndPt != nullptr && m_device.BulkOutEndPt != nullptr)
+            listen();
+    } catch (const std::bad_alloc&) { // a frame would be lost if it went on
+        m_listening_failed = true;
+    }
+    m_listening_stopped = true;
+    m_listening_ready = true;
+}
+
+// The next transfer is under way while the bytes of the one before are delivered.
+void CUsbCypCom::listen() {
+    CCyBulkEndPoint& in = *m_device.BulkInEndPt;
+    std::vector<unsigned char> current(max_delivery);
+    std::vector<unsigned char> next(max_delivery);
+    in_transfer transfer(in);
+    if (!transfer.has_event())
+        throw std::bad_alloc();
+    m_cp_listening_loop = 0;
+    m_cp_listening_loop_with_data = 0;
+    purge_rx();
+    const DWORD wait_ms = jorvet::cyusb::is_usb3(m_device.BcdUsb) ? usb3_wait_ms : no_limit;
+    bool started = transfer.begin(current);
+    boost::this_thread::sleep_for(boost::chrono::milliseconds(10));
+    m_listening_stopped = false;
+    m_listening_ready = true;
+    do {
+        transfer.wait(wait_ms);
+        std::fill(next.begin(), next.end(), 0);
+        LONG length = 0;
+        const bool ok = transfer.finish(&length);
+        // Asked now, because the next start overwrites the status words.
+        const bool failed = !started || in.NtStatus != 0 || in.UsbdStatus != 0;
+        started = transfer.begin(next);
+        if (!ok && length != 0) {
+            in.Reset();
+            in.Abort();
+        }
+        if (length != 0)
+            deliver(current, static_cast<std::size_t>(length));
+        ++m_cp_listening_loop;
+        current.swap(next);
+        if (failed)
+            m_listening_stopped = true;
+    } while (!m_listening_stopped);
+}
+
+void CUsbCypCom::deliver(const std::vector<unsigned char>& bytes, std::size_t count) {
+    {
+        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+        m_rx_bytes = static_cast<unsigned int>(count);
+        m_rx_buffer.insert(m_rx_buffer.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
+        ++m_cp_listening_loop_with_data;
+        m_rx_ready = true;
+    }
+    m_rx_cond.notify_all();
+}
+
+unsigned short CUsbCypCom::get_cp_listening_loop() {
+    return m_cp_listening_loop;
+}
+
+unsigned short CUsbCypCom::get_cp_listening_loop_with_data() {
+    return m_cp_listening_loop_with_data;
+}
+
+void CUsbCypCom::print_info() {
+    const auto index = m_com_info->index;
+    if (index >= m_device.ConfigCount())
+        return;
+    jorvet::com::write_descriptor_report(std::cout, m_device.GetUSBConfig(static_cast<int>(index)),
+                                         m_device.BulkInEndPt, m_device.BulkOutEndPt);
+}

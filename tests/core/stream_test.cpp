@@ -1,0 +1,100 @@
+// A long stream of events over the Cypress link: every frame arrives, whole and in order, and memory stays flat.
+#include <cstring>
+#include <fstream>
+
+#include <unistd.h>
+
+#include "tests/support/connected_board.h"
+
+namespace jorvet::testing {
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t stream_bytes = std::size_t{64} << 20;
+constexpr long most_growth = long{1} << 40; // sanitizers keep freed memory
+#else
+constexpr std::size_t stream_bytes = std::size_t{1} << 30;
+constexpr long most_growth = 32 << 20;
+#endif
+constexpr std::size_t data_bytes = 1017; // a frame of 1,024 bytes
+constexpr std::size_t burst_frames = 500;
+constexpr std::size_t most_ahead = 2000; // frames sent and not yet taken: the device's queue holds twice that
+
+long resident_pages() {
+    long total = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident;
+}
+
+unsigned char datum(std::size_t frame, std::size_t place) {
+    return static_cast<unsigned char>(frame * 7 + place);
+}
+
+// Frames from `first` on, as one piece of the byte stream. Their data begin with the frame's number.
+byte_vector burst(std::size_t first) {
+    byte_vector bytes;
+    bytes.reserve(burst_frames * 1024);
+    for (std::size_t frame = first; frame < first + burst_frames; ++frame) {
+        const auto low = [](std::size_t value) { return static_cast<unsigned char>(value); };
+        for (const unsigned char byte :
+             {low(0x40), low(7), low(frame), low(0xA0), low(0), low(data_bytes >> 8), low(data_bytes)})
+            bytes.push_back(byte);
+        for (std::size_t place = 0; place < data_bytes; ++place)
+            bytes.push_back(place < 4 ? low(frame >> 8 * place) : datum(frame, place));
+    }
+    return bytes;
+}
+
+bool is_frame(const IProtocol::EVENT_FRAME& event, std::size_t frame, const byte_vector& pattern) {
+    std::uint32_t number = 0;
+    std::memcpy(&number, event.data.data(), 4);
+    return event.id == 7 && event.seq == static_cast<unsigned char>(frame) && event.status == 0xA000 &&
+           event.data.size() == data_bytes && number == frame &&
+           std::memcmp(&event.data[4], &pattern[(frame * 7 + 4) % 256], data_bytes - 4) == 0;
+}
+
+TEST(Stream, OfEventsArrivesWholeAndInOrderInFlatMemory) {
+    plugged_board board(Behind::super_speed_controller);
+    CJorvet jorvet(1);
+    ASSERT_EQ(jorvet.connect(0), JV_OK);
+    constexpr std::size_t frames = stream_bytes / 1024;
+    byte_vector pattern(2048);
+    for (std::size_t i = 0; i < pattern.size(); ++i)
+        pattern[i] = static_cast<unsigned char>(i);
+    std::atomic<std::size_t> taken{0};
+    std::atomic<bool> gave_up{false};
+    std::thread sender([&] {
+        for (std::size_t sent = 0; sent < frames && !gave_up; sent += burst_frames) {
+            const byte_vector bytes = burst(sent);
+            while (sent > taken + most_ahead && !gave_up)
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            board->send_raw(bytes);
+        }
+    });
+    jorvet.set_timeout_for_event(10000);
+    long pages_early = 0;
+    while (taken < frames) {
+        const auto events = jorvet.read_event_frames();
+        if (events.empty() && jorvet.wait_for_event() != JV_OK)
+            break;
+        for (const auto& event : events) {
+            if (!is_frame(*event, taken, pattern)) {
+                ADD_FAILURE() << "frame " << taken;
+                gave_up = true;
+            }
+            ++taken;
+        }
+        if (gave_up)
+            break;
+        if (pages_early == 0 && taken > frames / 8)
+            pages_early = resident_pages();
+    }
+    EXPECT_GE(taken, frames);
+    EXPECT_EQ(jorvet.lost_events(), 0u);
+    EXPECT_LT((resident_pages() - pages_early) * getpagesize(), most_growth);
+    gave_up = true;
+    sender.join();
+}
+
+} // namespace
+} // namespace jorvet::testing
