@@ -51,6 +51,8 @@ def main():
         ("CRC of 64 KiB, speed against boost::crc_optimal", "crc_boost", "crc", ratio("crc_boost", "crc"), ">=", 6.0),
         ("round trip against hand-over floor, medians", "handover_floor", "round_trip",
          ratio("round_trip", "handover_floor"), "<=", 1.2),
+        ("event stream over the Cypress link against floor, 1 KiB frames", "stream_floor", "cypress_stream",
+         ratio("stream_floor", "cypress_stream"), ">=", 0.7),
     ]
 
     print(f"{'':52} {'floor':>11} {'measured':>11} {'ratio':>7}  aim")

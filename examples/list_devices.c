@@ -1,4 +1,4 @@
-/* Lists what is attached. Two simulated bridges are plugged in first, so that there is something to see. */
+/* Lists what is attached. Simulated devices are plugged in first, so that there is something to see. */
 #include <stdio.h>
 
 #include "jorvet/api/jorvet_api.h"
@@ -7,6 +7,7 @@
 int main(void) {
     jv_sim* first = jv_sim_attach_bridge("JV-0001", "left board");
     jv_sim* second = jv_sim_attach_bridge("JV-0002", "right board");
+    jv_sim* third = jv_sim_attach_controller("JV-1001", "board behind a USB controller", JV_SIM_SUPER_SPEED);
 
     /* Room for every device there can be, and zeroed: the texts of a record are not terminated. */
     static COM_INFO list[255];
@@ -17,7 +18,8 @@ int main(void) {
                (unsigned int)list[i].index, list[i].serial_number, list[i].description,
                list[i].in_use ? "  (in use)" : "");
 
+    jv_sim_detach(third);
     jv_sim_detach(second);
     jv_sim_detach(first);
-    return count >= 2 ? 0 : 1;
+    return count >= 3 ? 0 : 1;
 }

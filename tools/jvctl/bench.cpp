@@ -10,18 +10,26 @@ void print_crossing(bool to_host, const bytes& data) {
     std::cerr << (to_host ? "< " : "> ") + hex(data) + '\n';
 }
 
-bench::bench(const settings& chosen, crossing seen) : chosen_(chosen.index), seen_(std::move(seen)) {
-    while (boards_.size() < chosen.simulated)
-        boards_.push_back(plug_in(boards_.size()));
+std::string simulated_name(unsigned int link, unsigned int place) {
+    char number[16];
+    std::snprintf(number, sizeof number, "JV-%04u", place + 1);
+    return link == JV_KIND_FTDI ? number : std::string("Jorvet simulated USB board ") + number;
 }
 
-bench::board bench::plug_in(std::size_t place) {
-    char serial_number[16];
-    std::snprintf(serial_number, sizeof serial_number, "JV-%04u", static_cast<unsigned int>(place) + 1);
-    board made(jv_sim_attach_bridge(serial_number, nullptr));
+bench::bench(const settings& chosen, crossing seen) : chosen_(chosen), seen_(std::move(seen)) {
+    for (const unsigned int link : {JV_KIND_FTDI, JV_KIND_CYPRESS})
+        for (unsigned int place = 0; place < chosen.simulated; ++place)
+            boards_[link].push_back(plug_in(link, place));
+}
+
+bench::board bench::plug_in(unsigned int link, unsigned int place) {
+    const std::string name = simulated_name(link, place);
+    const std::string serial_number = simulated_name(JV_KIND_FTDI, place);
+    board made(link == JV_KIND_FTDI ? jv_sim_attach_bridge(serial_number.c_str(), nullptr)
+                                    : jv_sim_attach_controller(serial_number.c_str(), name.c_str(), chosen_.speed));
     if (!made)
         throw std::runtime_error("a simulated board could not be made: free some memory and try again");
-    if (place == chosen_ && seen_)
+    if (link == chosen_.link && place == chosen_.index && seen_)
         jv_sim_set_trace(made.get(), &bench::trace, this);
     return made;
 }
@@ -32,7 +40,7 @@ void bench::trace(void* self, int to_host, const unsigned char* data, std::size_
 
 void bench::run(const std::vector<std::string>& lines) {
     for (const std::string& line : lines) {
-        const int result = jv_sim_script(boards_.at(chosen_).get(), line.c_str());
+        const int result = jv_sim_script(chosen_board().get(), line.c_str());
         if (result > 0)
             throw usage_error("--script '" + line + "' is not understood: " + jv_sim_error() + " (see jvctl --help)");
         if (result < 0)
@@ -41,8 +49,8 @@ void bench::run(const std::vector<std::string>& lines) {
 }
 
 void bench::replace_board() {
-    boards_.at(chosen_).reset();
-    boards_[chosen_] = plug_in(chosen_);
+    chosen_board().reset();
+    chosen_board() = plug_in(chosen_.link, chosen_.index);
 }
 
 } // namespace jorvet::tool

@@ -17,10 +17,14 @@ using crossing = std::function<void(bool to_host, const bytes& data)>;
 // Prints them to stderr: "> 90 15 …" to the board, "< 80 A0 …" to the host.
 void print_crossing(bool to_host, const bytes& data);
 
+// What tells the simulated board at `place` of a link's list apart: a bridge's serial number, a controller's friendly
+// name.
+std::string simulated_name(unsigned int link, unsigned int place);
+
 class bench {
   public:
-    // Plugs in as many boards as `chosen` says. `seen` may be empty. Throws std::runtime_error when one could not be
-    // made.
+    // Plugs in as many boards behind each kind of link as `chosen` says. `seen` may be empty. Throws std::runtime_error
+    // when one could not be made.
     bench(const settings& chosen, crossing seen);
     bench(const bench&) = delete;
     bench& operator=(const bench&) = delete;
@@ -28,7 +32,7 @@ class bench {
     // Runs script lines for the chosen board; throws usage_error for one that is not understood.
     void run(const std::vector<std::string>& lines);
 
-    // Unplugs the chosen board and plugs a new one in with the same serial number, last in the device list.
+    // Unplugs the chosen board and plugs a new one in with the same names, last in its link's device list.
     void replace_board();
 
   private:
@@ -37,12 +41,13 @@ class bench {
     };
     using board = std::unique_ptr<jv_sim, detach>;
 
-    board plug_in(std::size_t place);
+    board plug_in(unsigned int link, unsigned int place);
+    board& chosen_board() { return boards_[chosen_.link].at(chosen_.index); }
     static void trace(void* self, int to_host, const unsigned char* data, std::size_t count);
 
-    const std::size_t chosen_;
+    const settings& chosen_;
     const crossing seen_;
-    std::vector<board> boards_;
+    std::vector<board> boards_[2]; // by kind of link
 };
 
 } // namespace jorvet::tool

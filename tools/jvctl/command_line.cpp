@@ -29,7 +29,13 @@ const char* const script_help =
     "  lose N               loses the next N events   raw BYTES            sends bytes as they are\n"
     "  memory ADDRESS BYTES, identifier ID BYTES      sets what the board holds\n"
     "  error N              adds to its error list    stall N | off        takes only N more bytes\n"
-    "  unplug [T]           pulls the plug, now or after T\n";
+    "  unplug [T]           pulls the plug, now or after T\n"
+    "A board behind a controller also knows these; ENDPOINT is an address, 0 for control requests:\n"
+    "  transfer ENDPOINT CHANGE   how the next transfer on it goes\n"
+    "                       CHANGE: stall | babble | fail [N] | silent | short N | data BYTES | delay T\n"
+    "  refuse [off]         opening is refused\n"
+    "  firmware fail N [always] | corrupt-readback [N] | erase-never-ends\n"
+    "                       what goes wrong with flash: the Nth request, what is read back, erasing\n";
 
 std::string example(const std::string& arguments) {
     return "Example:\n  jvctl --simulate " + arguments + "\n\n";
@@ -69,7 +75,16 @@ bytes checked_size(bytes data) {
 // The two kinds of link, under their names on the command line.
 const std::map<std::string, unsigned int> link_kinds{{"ftdi", JV_KIND_FTDI}, {"cypress", JV_KIND_CYPRESS}};
 
-constexpr unsigned int default_boards = 2;
+// The speeds of a simulated controller.
+const std::map<std::string, jv_sim_speed> speeds{
+    {"full", JV_SIM_FULL_SPEED}, {"high", JV_SIM_HIGH_SPEED}, {"super", JV_SIM_SUPER_SPEED}};
+
+// What firmware is written to.
+const std::map<std::string, FX3_FWDWNLOAD_MEDIA_TYPE> media{
+    {"ram", FX3_MEDIUM_RAM}, {"i2c", FX3_MEDIUM_I2C}, {"spi", FX3_MEDIUM_SPI}};
+
+constexpr unsigned int default_boards = 1; // behind each kind of link
+constexpr unsigned int boards_of_a_tour = 2;
 constexpr unsigned int most_boards = 255;
 const char* const bare_flag = "true"; // what the parser makes of a flag without a value
 
@@ -119,6 +134,7 @@ class parser {
     void add_link_options();
     void add_simulation_options();
     void add_monitor();
+    void add_flash();
     void add_request(const request& r);
     void add_data_options(CLI::App* sub, bool required);
     void note_command();
@@ -141,10 +157,12 @@ parser::parser(settings* chosen) : chosen_(*chosen) {
     add_output_options();
     add_simulation_options();
     command("list", "List the attached devices", "list");
-    command("info", "Open one device and show what is known about it", "info --index 1");
+    command("info", "Open one device and show what is known about it", "info");
+    command("describe", "Open a Cypress device and print what its descriptors say", "describe --speed super");
     for (const request& r : requests())
         add_request(r);
     add_monitor();
+    add_flash();
     command("demo", "Take a tour over simulated boards; shows and checks every step", "demo");
 }
 
@@ -175,6 +193,7 @@ void parser::add_link_options() {
         if (link_kinds.count(name) == 0)
             throw std::invalid_argument("'" + name + "' is neither ftdi nor cypress");
         chosen_.link = link_kinds.at(name);
+        chosen_.link_given = true;
     };
     option(&app_, "--link", "ftdi|cypress", set_link, "Kind of link (ftdi)")->group("Link");
     number(
@@ -208,10 +227,17 @@ void parser::add_simulation_options() {
     });
     // A flag with a value takes it after "=" only, so that it never swallows the argument that follows.
     const auto set_flag = [set_boards](const CLI::results_t& given) { return set_boards(given.back()), true; };
-    app_.add_option("--simulate", set_flag, "Plug in N simulated boards (2), serial numbers JV-0001 on")
+    app_.add_option("--simulate", set_flag, "Plug in N simulated boards behind each kind of link (1)")
         ->expected(0)
         ->option_text("[=N]")
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+        ->group("Simulation");
+    const auto set_speed = [this](const std::string& name) {
+        if (speeds.count(name) == 0)
+            throw std::invalid_argument("'" + name + "' is none of full, high and super");
+        chosen_.speed = speeds.at(name);
+    };
+    option(&app_, "--speed", "full|high|super", set_speed, "USB speed of simulated Cypress devices (high)")
         ->group("Simulation");
     option(
         &app_, "--script", "LINE", [this](const std::string& line) { chosen_.script.push_back(line); },
@@ -230,6 +256,27 @@ void parser::add_monitor() {
     number(
         sub, "--for", "MS", 999999999, [this](auto ms) { chosen_.duration_ms = ms; },
         "End after MS milliseconds; with --count, fewer events by then are a time-out");
+}
+
+void parser::add_flash() {
+    CLI::App* sub =
+        command("flash --to ram|i2c|spi FILE [--verify] [--yes]",
+                "Write a firmware image to a memory of a Cypress FX3 controller", "flash --to ram firmware.img");
+    const auto set_medium = [this](const std::string& name) {
+        if (media.count(name) == 0)
+            throw std::invalid_argument("'" + name + "' is none of ram, i2c and spi");
+        chosen_.flash.medium = media.at(name);
+    };
+    option(sub, "--to", "ram|i2c|spi", set_medium, "Load into RAM and start it, or write to the EEPROM or SPI flash")
+        ->required();
+    const auto set_file = [this](const std::string& path) { chosen_.flash.file = path; };
+    option(sub, "FILE", "PATH", set_file, "The image")->required();
+    sub->add_flag("--verify", chosen_.flash.verify, "Read back and compare; RAM always is, an EEPROM cannot be");
+    sub->add_flag("--yes", chosen_.flash.yes, "Overwrite the EEPROM or SPI flash without asking");
+    sub->callback([this] {
+        if (chosen_.flash.verify && chosen_.flash.medium == FX3_MEDIUM_I2C)
+            throw CLI::ValidationError("--verify", "an EEPROM cannot be read back to compare");
+    });
 }
 
 void parser::add_request(const request& r) {
@@ -262,9 +309,14 @@ void parser::add_data_options(CLI::App* sub, bool required) {
 // What the subcommand and the options ask of the simulation together.
 void parser::check_simulation() {
     const bool demo = chosen_.command == "demo";
+    const bool cypress_only = chosen_.command == "describe" || chosen_.command == "flash";
+    if (cypress_only && chosen_.link_given && chosen_.link != JV_KIND_CYPRESS)
+        throw usage_error(chosen_.command + ": this is for Cypress devices only; leave --link away");
+    if (cypress_only)
+        chosen_.link = JV_KIND_CYPRESS;
     const std::string index = std::to_string(chosen_.index);
     if (demo && chosen_.simulated == 0)
-        chosen_.simulated = default_boards;
+        chosen_.simulated = boards_of_a_tour;
     if (chosen_.simulated == 0 && (chosen_.trace || !chosen_.script.empty()))
         throw usage_error("--script and --trace need simulated boards; add --simulate");
     if (chosen_.index >= chosen_.simulated && (demo || !chosen_.script.empty()))

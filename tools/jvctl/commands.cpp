@@ -1,8 +1,12 @@
 // The subcommands that open a device at most, ask one thing and end.
 #include "commands.h"
 
+#include <iostream>
+#include <sstream>
+
 #include "connection.h"
 #include "devices.h"
+#include "jorvet/com/usb_cyp_com.h"
 
 namespace jorvet::tool {
 
@@ -14,6 +18,10 @@ outcome run(const settings& chosen) {
         return run_list(chosen, boards);
     if (chosen.command == "info")
         return run_info(chosen, boards);
+    if (chosen.command == "describe")
+        return run_describe(chosen, boards);
+    if (chosen.command == "flash")
+        return run_flash(chosen, boards);
     if (chosen.command == "monitor")
         return run_monitor(chosen, boards);
     return run_request(chosen, boards);
@@ -37,6 +45,10 @@ outcome run_info(const settings& chosen, bench& boards) {
         return result;
     COM_INFO device{};
     JVGetComInfo(board.get(), &device);
+    if (chosen.link == JV_KIND_CYPRESS) { // an open one does not say more than that it is in use
+        device = listed_device(chosen.link, chosen.index).value_or(device);
+        device.in_use = 1;
+    }
     const bool open = JVIsOpen(board.get());
     const bool handle = JVGetComHandle(board.get()) != nullptr;
     const unsigned int events = board->event_count(), lost = board->lost_events(), mode = board->mode();
@@ -51,6 +63,43 @@ outcome run_info(const settings& chosen, bench& boards) {
                            {"driver handle", handle ? "yes" : "none"},
                            {"mode", std::to_string(mode) + " (2 until get-mode is asked)"},
                            {"events", std::to_string(events) + " received, " + std::to_string(lost) + " lost"}});
+    return result;
+}
+
+namespace {
+
+// Keeps what is written to std::cout while it lives.
+class captured_output {
+  public:
+    captured_output() : usual_(std::cout.rdbuf(text_.rdbuf())) {}
+    ~captured_output() { std::cout.rdbuf(usual_); }
+    captured_output(const captured_output&) = delete;
+    captured_output& operator=(const captured_output&) = delete;
+    std::string text() const { return text_.str(); }
+
+  private:
+    std::ostringstream text_;
+    std::streambuf* const usual_;
+};
+
+std::string described(CJorvet& board) {
+    const captured_output report;
+    static_cast<CUsbCypCom&>(*board.get_com()).print_info();
+    return report.text();
+}
+
+} // namespace
+
+outcome run_describe(const settings& chosen, bench& boards) {
+    const instance board = make_instance(chosen);
+    outcome result = concluded(chosen.command, open_device(board.get(), chosen, boards));
+    if (result.exit != exit_status::success)
+        return result;
+    result.text = described(*board);
+    result.json["report"] = nlohmann::ordered_json::array();
+    std::istringstream lines(result.text);
+    for (std::string line; std::getline(lines, line);)
+        result.json["report"].push_back(line);
     return result;
 }
 

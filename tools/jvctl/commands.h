@@ -14,6 +14,10 @@ outcome run(const settings& chosen);
 // One for each subcommand; the requests share run_request.
 outcome run_list(const settings& chosen, bench& boards);
 outcome run_info(const settings& chosen, bench& boards);
+// The report goes through std::cout, which stays in hexadecimal.
+outcome run_describe(const settings& chosen, bench& boards);
+// Shows progress on stderr, and asks on the terminal before it overwrites what stays.
+outcome run_flash(const settings& chosen, bench& boards);
 outcome run_request(const settings& chosen, bench& boards);
 // Prints the events as they come; ends early on SIGINT and SIGTERM.
 outcome run_monitor(const settings& chosen, bench& boards);

@@ -36,8 +36,15 @@ std::vector<COM_INFO> attached_devices() {
     return devices;
 }
 
-std::string serial_number(const COM_INFO& device) {
-    return field(device.serial_number);
+std::optional<COM_INFO> listed_device(unsigned int link, unsigned int index) {
+    for (const COM_INFO& device : attached_devices())
+        if (device.com_type == link && device.index == index)
+            return device;
+    return std::nullopt;
+}
+
+std::string name_of(const COM_INFO& device) {
+    return device.com_type == JV_KIND_FTDI ? field(device.serial_number) : field(device.description);
 }
 
 std::string aligned(const std::vector<std::vector<std::string>>& rows, const std::string& indent) {
@@ -60,7 +67,7 @@ std::string aligned(const std::vector<std::vector<std::string>>& rows, const std
 std::string device_table(const std::vector<COM_INFO>& devices, const std::string& indent) {
     std::vector<std::vector<std::string>> rows{{"INDEX", "LINK", "SERIAL NUMBER", "USB ID", "IN USE", "DESCRIPTION"}};
     for (const COM_INFO& device : devices)
-        rows.push_back({std::to_string(device.index), link_name(device.com_type), or_dash(serial_number(device)),
+        rows.push_back({std::to_string(device.index), link_name(device.com_type), or_dash(field(device.serial_number)),
                         usb_id(device), device.in_use ? "yes" : "no", field(device.description)});
     return aligned(rows, indent);
 }
@@ -68,7 +75,7 @@ std::string device_table(const std::vector<COM_INFO>& devices, const std::string
 nlohmann::ordered_json device_json(const COM_INFO& device) {
     return {{"link", link_name(device.com_type)},
             {"index", device.index},
-            {"serial_number", serial_number(device)},
+            {"serial_number", field(device.serial_number)},
             {"description", field(device.description)},
             {"vendor_id", device.vendor_id},
             {"product_id", device.product_id},

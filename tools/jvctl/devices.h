@@ -1,6 +1,7 @@
 // The attached devices, as rows of a table and as JSON.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,11 @@ namespace jorvet::tool {
 // What is attached now, in the library's order.
 std::vector<COM_INFO> attached_devices();
 
-std::string serial_number(const COM_INFO& device);
+// What the record of the device at that place of its link's own list says; nothing when there is none.
+std::optional<COM_INFO> listed_device(unsigned int link, unsigned int index);
+
+// What tells a device from others of its link: a bridge's serial number, a Cypress device's description.
+std::string name_of(const COM_INFO& device);
 
 // Cells in aligned columns, two spaces apart, each line after `indent`.
 std::string aligned(const std::vector<std::vector<std::string>>& rows, const std::string& indent = "");

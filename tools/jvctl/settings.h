@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "jorvet/api/jorvet_api.h"
+#include "jorvet/cyusb/fx3_device.h"
+#include "jorvet/sim/sim.h"
 #include "requests.h"
 
 namespace jorvet::tool {
@@ -20,15 +22,24 @@ struct settings {
     std::string command; // the subcommand's name
 
     unsigned int link = JV_KIND_FTDI;
+    bool link_given = false;
     unsigned char index = 0;
     std::optional<unsigned short> timeout_ms; // the library's own when absent
 
     bool json = false;
     bool trace = false;
-    unsigned int simulated = 0;      // boards to plug in
-    std::vector<std::string> script; // lines for the one at `index`
+    unsigned int simulated = 0;             // boards to plug in behind each kind of link
+    jv_sim_speed speed = JV_SIM_HIGH_SPEED; // of the controllers among them
+    std::vector<std::string> script;        // lines for the one at `index` of `link`
 
     request_input input; // of a request's subcommand
+
+    struct {
+        FX3_FWDWNLOAD_MEDIA_TYPE medium = FX3_MEDIUM_RAM;
+        std::string file;
+        bool verify = false;
+        bool yes = false; // overwrites without asking
+    } flash;
 
     std::optional<unsigned long> event_count, duration_ms; // where monitor ends
 };

@@ -33,7 +33,7 @@ class tour {
         bool right;
     };
 
-    // Plugs the boards in. Throws std::runtime_error when resources cannot be had.
+    // Plugs the boards in; `chosen` names one kind of link. Throws std::runtime_error when resources cannot be had.
     tour(const settings& chosen, std::ostream& out);
 
     // Goes through the chapters, up to the first one in which something was wrong. Throws usage_error for a script line
@@ -68,7 +68,7 @@ class tour {
 
     const settings chosen_;
     std::ostream& out_;
-    const std::string serial_number_; // of the board that the tour is about
+    const std::string name_; // of the board that the tour is about
     wire wire_;
     bench boards_;
     instance board_;
