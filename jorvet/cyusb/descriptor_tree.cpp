@@ -96,6 +96,18 @@ void count_alternates(CCyUSBConfig& config) {
         config.Interfaces[i]->AlternateCount = counts[config.Interfaces[i]->bInterfaceNumber];
 }
 
+// All but what the objects own.
+void copy_entry(CCyUSBInterface& to, const CCyUSBInterface& from) {
+    copy_interface_fields(to, from);
+    to.AlternateCount = from.AlternateCount;
+    to.TotalLength = from.TotalLength;
+}
+
+void copy_configuration(CCyUSBConfig& to, const CCyUSBConfig& from) {
+    copy_configuration_fields(to, from);
+    to.AltInterfaceCount = from.AltInterfaceCount;
+}
+
 // Builds a capability record into `slot`; false when the descriptor is too short for it.
 template <class Descriptor, class Record>
 bool build_capability(Record*& slot, HANDLE device, const descriptor_range& range) {
@@ -153,9 +165,7 @@ CCyUSBInterface::CCyUSBInterface(HANDLE device, const USB_INTERFACE_DESCRIPTOR* 
 }
 
 CCyUSBInterface::CCyUSBInterface(const CCyUSBInterface& other) : CCyUSBInterface() {
-    copy_interface_fields(*this, other);
-    AlternateCount = other.AlternateCount;
-    TotalLength = other.TotalLength;
+    copy_entry(*this, other);
     for (std::size_t slot = 0; slot < std::size(EndPoints); ++slot) {
         if (other.EndPoints[slot] != nullptr)
             EndPoints[slot] = copy_endpoint(*other.EndPoints[slot]);
@@ -199,8 +209,7 @@ CCyUSBConfig::CCyUSBConfig(HANDLE device, const BYTE* bytes, std::size_t size, C
 }
 
 CCyUSBConfig::CCyUSBConfig(const CCyUSBConfig& other) : CCyUSBConfig() {
-    copy_configuration_fields(*this, other);
-    AltInterfaceCount = other.AltInterfaceCount;
+    copy_configuration(*this, other);
     for (std::size_t slot = 0; slot < std::size(Interfaces); ++slot) {
         if (other.Interfaces[slot] != nullptr)
             Interfaces[slot] = new CCyUSBInterface(*other.Interfaces[slot]);

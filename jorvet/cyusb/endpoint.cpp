@@ -79,11 +79,15 @@ CCyUSBEndPoint::CCyUSBEndPoint(HANDLE device, const USB_ENDPOINT_DESCRIPTOR* des
 CCyUSBEndPoint::CCyUSBEndPoint(HANDLE device, const USB_ENDPOINT_DESCRIPTOR* descriptor,
                                const USB_SS_ENDPOINT_COMPANION_DESCRIPTOR* companion)
     : CCyUSBEndPoint(device, descriptor) {
-    SsDescLength = companion->bLength;
-    SsDescType = companion->bDescriptorType;
-    SsMaxBurst = companion->bMaxBurst;
-    SsAttributes = companion->bmAttributes;
-    SsBytesPerInterval = companion->wBytesPerInterval;
+    TakeCompanion(*companion);
+}
+
+void CCyUSBEndPoint::TakeCompanion(const USB_SS_ENDPOINT_COMPANION_DESCRIPTOR& companion) {
+    SsDescLength = companion.bLength;
+    SsDescType = companion.bDescriptorType;
+    SsMaxBurst = companion.bMaxBurst;
+    SsAttributes = companion.bmAttributes;
+    SsBytesPerInterval = companion.wBytesPerInterval;
     const bool isochronous = (Attributes & transfer_kind::mask) == transfer_kind::isochronous;
     const unsigned bursts = isochronous ? (SsAttributes & 3u) + 1 : 1;
     MaxPktSize = static_cast<USHORT>(std::min(MaxPktSize * (SsMaxBurst + 1u) * bursts, 0xFFFFu));

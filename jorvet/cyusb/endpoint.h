@@ -109,6 +109,7 @@ class CCyUSBEndPoint {
                OVERLAPPED* record);
 
   private:
+    void TakeCompanion(const USB_SS_ENDPOINT_COMPANION_DESCRIPTOR& companion);
     bool AbortAndWait(OVERLAPPED* record);
     bool ReadPackets(BYTE* buf, LONG& len);
 

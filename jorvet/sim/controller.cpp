@@ -55,7 +55,7 @@ class Controller::Impl : public std::enable_shared_from_this<Impl> {
           to_host_queue(given.queue_capacity), board(identity.serial_number) {}
 
     void start(std::uint8_t address, StartedTransfer transfer, unsigned timeout_ms);
-    void add_plan(std::uint8_t address, TransferPlan plan);
+    void add_plan(std::uint8_t address, const TransferPlan& plan);
     void to_host(Chunk piece);
     // Has the endpoint at an address, or every one, do what it can do now.
     void serve(Lock& lock, std::uint8_t address);
@@ -135,9 +135,9 @@ void Controller::Impl::start(std::uint8_t address, StartedTransfer transfer, uns
                [=](Impl& self, Lock&) { self.model.place_of(address).end_one(id, UsbEnd::timed_out); });
 }
 
-void Controller::Impl::add_plan(std::uint8_t address, TransferPlan plan) {
+void Controller::Impl::add_plan(std::uint8_t address, const TransferPlan& plan) {
     Lock lock(mutex);
-    serve_at(model.place_of(address).add_plan(std::move(plan), Clock::now()), address);
+    serve_at(model.place_of(address).add_plan(plan, Clock::now()), address);
     serve(lock, address);
 }
 
@@ -284,8 +284,8 @@ void Controller::refuse_open(bool refuse) {
     impl_->refusing = refuse;
 }
 
-void Controller::plan_transfer(std::uint8_t endpoint, TransferPlan plan) {
-    impl_->add_plan(endpoint, std::move(plan));
+void Controller::plan_transfer(std::uint8_t endpoint, const TransferPlan& plan) {
+    impl_->add_plan(endpoint, plan);
 }
 
 void Controller::set_control_handler(ControlHandler handler) {

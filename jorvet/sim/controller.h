@@ -80,7 +80,7 @@ class JV_SIM_API Controller final : public platform::UsbPort,
     void refuse_open(bool refuse);
     // How one transfer on an endpoint (0: control) goes: the oldest pending one that has no plan yet, or else the next
     // to be started that has none.
-    void plan_transfer(std::uint8_t endpoint, TransferPlan plan);
+    void plan_transfer(std::uint8_t endpoint, const TransferPlan& plan);
     // In place of the boot loader. Without either, vendor and class requests are stalled. Returns once no call of the
     // handler before is under way.
     void set_control_handler(ControlHandler handler);

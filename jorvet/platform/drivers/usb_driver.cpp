@@ -52,7 +52,7 @@ DWORD open_error_for(PortStatus status) {
 
 template <class Value>
 Value value_in(const system_buffer& buffer) {
-    Value value;
+    Value value{};
     std::memcpy(&value, buffer.data(), sizeof(value));
     return value;
 }

@@ -110,7 +110,7 @@ DWORD read_buffered(const io_request& request, const XferRequest& header, transf
 DWORD read_layout(const io_request& request, transfer_layout* layout) {
     if (request.in == nullptr || request.in_size < sizeof(XferRequest))
         return ERROR_INVALID_PARAMETER;
-    XferRequest header;
+    XferRequest header{};
     std::memcpy(&header, request.in, sizeof(header));
     return request.code == code::direct_transfer ? read_direct(request, header, layout)
                                                  : read_buffered(request, header, layout);

@@ -28,7 +28,7 @@ DWORD check_handle_filter(const void* filter) {
 
 // Reads no more of the filter than its size says.
 DWORD check_filter(const void* filter) {
-    DEV_BROADCAST_HDR header;
+    DEV_BROADCAST_HDR header{};
     std::memcpy(&header, filter, sizeof(header));
     if (header.dbch_devicetype == DBT_DEVTYP_DEVICEINTERFACE)
         return header.dbch_size >= offsetof(DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name) ? ERROR_SUCCESS
