@@ -12,5 +12,8 @@ install(FILES ${PROJECT_BINARY_DIR}/jorvet-config.cmake ${PROJECT_BINARY_DIR}/jo
 install(EXPORT jorvet-targets NAMESPACE jorvet:: DESTINATION ${JORVET_PACKAGE_DIR})
 
 file(RELATIVE_PATH JORVET_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+if(NOT WIN32)
+  set(JORVET_PC_PLATFORM " -ljorvet-platform")
+endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/jorvet.pc.in ${PROJECT_BINARY_DIR}/jorvet.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/jorvet.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -48,11 +48,33 @@ function(jorvet_install_headers)
   endforeach()
 endfunction()
 
+# What a DLL shows of itself under Details.
+function(jorvet_version_resource target name)
+  set(NAME ${name})
+  set(resource ${CMAKE_CURRENT_BINARY_DIR}/${name}.rc)
+  configure_file(${PROJECT_SOURCE_DIR}/jorvet/platform/windows/version.rc.in ${resource} @ONLY)
+  target_sources(${target} PRIVATE ${resource})
+endfunction()
+
+# What leaves a shared library of jorvet_library().
+function(jorvet_exports target version_script definition_file)
+  if(version_script AND NOT MSVC) # there the classes are marked
+    target_link_options(${target} PRIVATE $<$<BOOL:${MINGW}>:-Wl,--export-all-symbols> -Wl,--version-script=${version_script})
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
+  endif()
+  if(definition_file AND WIN32)
+    target_sources(${target} PRIVATE ${definition_file})
+    target_link_options(${target} PRIVATE $<$<BOOL:${MINGW}>:-Wl,--enable-stdcall-fixup>)
+  endif()
+endfunction()
+
 # jorvet_library(TARGET OUTPUT … SOURCES … HEADERS …): TARGET (shared) and TARGET_static, installed together, and their
 # public names. The sources are compiled once, for both. HEADERS are the ones to install. LINK_PUBLIC names other
-# libraries of this project without suffix; LINK_SYSTEM imported ones.
+# libraries of this project without suffix; LINK_SYSTEM imported ones. One with a DEFINITION_FILE, which adds exports to
+# a DLL, has no static form on Windows.
 function(jorvet_library target)
-  cmake_parse_arguments(ARG "" "OUTPUT;VERSION_SCRIPT" "SOURCES;HEADERS;LINK_PUBLIC;LINK_SYSTEM;DEFINES" ${ARGN})
+  cmake_parse_arguments(ARG "" "OUTPUT;VERSION_SCRIPT;DEFINITION_FILE" "SOURCES;HEADERS;LINK_PUBLIC;LINK_SYSTEM;DEFINES"
+    ${ARGN})
   set(objects ${target}_objects)
   add_library(${objects} OBJECT ${ARG_SOURCES})
   jorvet_target_defaults(${objects})
@@ -61,17 +83,19 @@ function(jorvet_library target)
   target_link_libraries(${objects} PUBLIC ${ARG_LINK_SYSTEM})
 
   jorvet_add_library(${target} SHARED ${objects} ${ARG_OUTPUT})
-  jorvet_add_library(${target}_static STATIC ${objects} ${ARG_OUTPUT})
-  foreach(suffix "" _static)
-    list(TRANSFORM ARG_LINK_PUBLIC APPEND "${suffix}" OUTPUT_VARIABLE others)
-    target_link_libraries(${target}${suffix} PUBLIC ${others} ${ARG_LINK_SYSTEM})
-  endforeach()
-  target_compile_definitions(${target}_static INTERFACE JORVET_STATIC)
+  target_link_libraries(${target} PUBLIC ${ARG_LINK_PUBLIC} ${ARG_LINK_SYSTEM})
+  if(NOT WIN32 OR NOT ARG_DEFINITION_FILE)
+    jorvet_add_library(${target}_static STATIC ${objects} ${ARG_OUTPUT}$<$<BOOL:${MSVC}>:_static>)
+    list(TRANSFORM ARG_LINK_PUBLIC APPEND _static OUTPUT_VARIABLE others)
+    target_link_libraries(${target}_static PUBLIC ${others} ${ARG_LINK_SYSTEM})
+    target_compile_definitions(${target}_static INTERFACE JORVET_STATIC)
+  endif()
 
   set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-  if(ARG_VERSION_SCRIPT)
-    target_link_options(${target} PRIVATE -Wl,--version-script=${ARG_VERSION_SCRIPT})
-    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${ARG_VERSION_SCRIPT})
+  jorvet_exports(${target} "${ARG_VERSION_SCRIPT}" "${ARG_DEFINITION_FILE}")
+  if(WIN32)
+    set_target_properties(${target} PROPERTIES PREFIX lib)
+    jorvet_version_resource(${target} lib${ARG_OUTPUT})
   endif()
   jorvet_install_headers(${ARG_HEADERS})
 endfunction()

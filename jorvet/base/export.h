@@ -6,7 +6,8 @@
 #if defined(_WIN32)
 #define JV_CALL __cdecl
 #define JV_LOCAL
-#if defined(JORVET_STATIC)
+/* By MinGW-w64 the library is linked with cmake/jorvet.map, which names what leaves. */
+#if defined(JORVET_STATIC) || (defined(JORVET_BUILDING) && defined(__MINGW32__))
 #define JV_API
 #elif defined(JORVET_BUILDING)
 #define JV_API __declspec(dllexport)

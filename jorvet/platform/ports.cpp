@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <mutex>
 
+#include "jorvet/platform/drivers/driver_library.h"
+
 namespace jorvet::platform {
 
 BridgePort::~BridgePort() = default;
@@ -44,6 +46,7 @@ class plugs {
 } // namespace
 
 void attach(std::shared_ptr<BridgePort> port) {
+    take_the_drivers_place();
     plugs<BridgePort>::all().add(std::move(port));
 }
 

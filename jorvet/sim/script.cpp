@@ -59,6 +59,7 @@ class Words {
     }
 
     milliseconds time(const char* what) { return milliseconds(number(what, most)); }
+    std::size_t count(const char* what) { return static_cast<std::size_t>(number(what, most)); }
     std::uint8_t byte(const char* what) { return static_cast<std::uint8_t>(number(what, 0xFF)); }
     std::uint16_t two_bytes(const char* what) { return static_cast<std::uint16_t>(number(what, 0xFFFF)); }
 
@@ -110,11 +111,11 @@ constexpr Change<ReplyPlan> reply_changes[] = {
     {"no-crc", [](Words&, ReplyPlan& plan) { plan.with_crc = false; }},
     {"wrong-crc", [](Words&, ReplyPlan& plan) { plan.wrong_crc = true; }},
     {"delay", [](Words& words, ReplyPlan& plan) { plan.pacing.delay = words.time("delay"); }},
-    {"fragment", [](Words& words, ReplyPlan& plan) { plan.pacing.fragment = words.number("fragment size", most); }},
+    {"fragment", [](Words& words, ReplyPlan& plan) { plan.pacing.fragment = words.count("fragment size"); }},
     {"gap", [](Words& words, ReplyPlan& plan) { plan.pacing.gap = words.time("gap"); }},
     {"before", [](Words& words, ReplyPlan& plan) { plan.stray_before = words.bytes("bytes before"); }},
     {"after", [](Words& words, ReplyPlan& plan) { plan.stray_after = words.bytes("bytes after"); }},
-    {"unplug-after", [](Words& words, ReplyPlan& plan) { plan.unplug_after = words.number("number of bytes", most); }},
+    {"unplug-after", [](Words& words, ReplyPlan& plan) { plan.unplug_after = words.count("number of bytes"); }},
 };
 
 using platform::UsbEnd;
@@ -122,7 +123,7 @@ using platform::UsbEnd;
 void parse_failure(Words& words, TransferPlan& plan) {
     plan.end = UsbEnd::failed;
     if (words.next_is_number())
-        plan.after = words.number("number of bytes", most);
+        plan.after = words.count("number of bytes");
 }
 
 constexpr Change<TransferPlan> transfer_changes[] = {
@@ -130,7 +131,7 @@ constexpr Change<TransferPlan> transfer_changes[] = {
     {"babble", [](Words&, TransferPlan& plan) { plan.end = UsbEnd::babble; }},
     {"fail", parse_failure},
     {"silent", [](Words&, TransferPlan& plan) { plan.silent = true; }},
-    {"short", [](Words& words, TransferPlan& plan) { plan.after = words.number("number of bytes", most); }},
+    {"short", [](Words& words, TransferPlan& plan) { plan.after = words.count("number of bytes"); }},
     {"data", [](Words& words, TransferPlan& plan) { plan.data = words.bytes("data"); }},
     {"delay", [](Words& words, TransferPlan& plan) { plan.delay = words.time("delay"); }},
 };
@@ -217,7 +218,7 @@ ScriptAction parse_stall(Words& words) {
     const std::string_view word = words.word("number of bytes");
     if (word == "off")
         return [](Plug& plug) { plug.accept_writes(); };
-    const std::size_t bytes = words.to_number(word, most);
+    const auto bytes = static_cast<std::size_t>(words.to_number(word, most));
     return [bytes](Plug& plug) { plug.stall_writes_after(bytes); };
 }
 

@@ -1,16 +1,11 @@
 // Connecting, requests, events, and the end of it all at a random moment, over and over.
-#include <filesystem>
 #include <random>
 
 #include "tests/support/connected_board.h"
+#include "tests/support/process_resources.h"
 
 namespace jorvet::testing {
 namespace {
-
-std::ptrdiff_t entries(const char* folder) {
-    const std::filesystem::directory_iterator all(folder);
-    return std::distance(begin(all), end(all));
-}
 
 void expect_status(unsigned int status) {
     EXPECT_STRNE(jv_status_name(status), "JV_UNKNOWN") << std::hex << status;
@@ -26,8 +21,8 @@ TEST_P(Race, EndsCleanlyAtAnyMoment) {
     jorvet.set_timeout_for_event(1);
     std::thread([] {}).join(); // brings a sanitizer's own thread to life
     std::thread([] {}).join(); // a sanitizer starts a thread of its own beside the first one
-    const std::ptrdiff_t threads = entries("/proc/self/task");
-    const std::ptrdiff_t descriptors = entries("/proc/self/fd");
+    const std::ptrdiff_t threads = threads_in_process();
+    const std::ptrdiff_t handles = handles_in_process();
     for (int round = 0; round < 300; ++round) {
         const steady::time_point start = steady::now();
         const Behind controller = round % 2 == 0 ? Behind::high_speed_controller : Behind::super_speed_controller;
@@ -51,8 +46,8 @@ TEST_P(Race, EndsCleanlyAtAnyMoment) {
         ASSERT_LT(milliseconds_since(start), 10000) << "round " << round;
     }
     expect_status(jorvet.connect(0)); // nothing is there: lets go of the last device
-    EXPECT_TRUE(eventually([&] { return entries("/proc/self/task") == threads; })) << "threads left";
-    EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+    EXPECT_TRUE(eventually([&] { return threads_in_process() == threads; })) << "threads left";
+    EXPECT_EQ(handles_in_process(), handles);
 }
 
 INSTANTIATE_TEST_SUITE_P(, Race, ::testing::Bool(), [](const auto& link) {

@@ -27,7 +27,8 @@ std::uint8_t hex_value(char high, char low) {
 
 std::string dump_line(const std::uint8_t* first, std::size_t count, std::size_t offset) {
     const std::string pairs = hex(bytes(first, first + count));
-    std::string line = hex_number(offset, 4).substr(2) + "  " + pairs + std::string(49 - pairs.size(), ' ');
+    std::string line = hex_number(static_cast<unsigned long>(offset), 4).substr(2) + "  " + pairs +
+                       std::string(49 - pairs.size(), ' ');
     std::transform(first, first + count, std::back_inserter(line),
                    [](std::uint8_t byte) { return std::isprint(byte) ? static_cast<char>(byte) : '.'; });
     return line;
@@ -91,7 +92,7 @@ std::string hex_dump(const bytes& data, const std::string& indent) {
     return text;
 }
 
-std::string counted(unsigned long number, const std::string& noun) {
+std::string counted(std::size_t number, const std::string& noun) {
     return std::to_string(number) + ' ' + noun + (number == 1 ? "" : "s");
 }
 

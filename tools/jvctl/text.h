@@ -28,7 +28,7 @@ std::string hex_number(unsigned long value, int digits);
 std::string hex_dump(const bytes& data, const std::string& indent = "");
 
 // "1 byte", "2 bytes".
-std::string counted(unsigned long number, const std::string& noun);
+std::string counted(std::size_t number, const std::string& noun);
 
 // "0x30100004 JV_ERR_TIMEOUT_READ_SN: no reply …"
 std::string status_line(unsigned int status);

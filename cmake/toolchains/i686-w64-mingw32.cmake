@@ -1,0 +1,3 @@
+set(TARGET_MACHINE i686)
+include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64.cmake)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${JORVET_ROOT}/scripts/windows/wine)
