@@ -56,11 +56,28 @@ function(jorvet_version_resource target name)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
 
+# Makes a linker's version script of a list of demangled symbols, one per line.
+function(jorvet_write_version_script list output)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
+  file(STRINGS ${list} symbols REGEX "^[^#]")
+  foreach(symbol IN LISTS symbols)
+    if(symbol MATCHES "^[A-Za-z0-9_]+$")
+      string(APPEND c_functions "    ${symbol};\n")
+    else()
+      string(APPEND members "      \"${symbol}\";\n")
+    endif()
+  endforeach()
+  file(CONFIGURE OUTPUT ${output}
+    CONTENT "{\n  global:\n${c_functions}    extern \"C++\" {\n${members}    };\n  local:\n    *;\n};\n")
+endfunction()
+
 # What leaves a shared library of jorvet_library().
-function(jorvet_exports target version_script definition_file)
-  if(version_script AND NOT MSVC) # there the classes are marked
-    target_link_options(${target} PRIVATE $<$<BOOL:${MINGW}>:-Wl,--export-all-symbols> -Wl,--version-script=${version_script})
-    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${version_script})
+function(jorvet_exports target list definition_file)
+  if(list AND NOT MSVC) # there the classes are marked
+    set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
+    jorvet_write_version_script(${list} ${script})
+    target_link_options(${target} PRIVATE $<$<BOOL:${MINGW}>:-Wl,--export-all-symbols> -Wl,--version-script=${script})
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${script})
   endif()
   if(definition_file AND WIN32)
     target_sources(${target} PRIVATE ${definition_file})
@@ -73,7 +90,7 @@ endfunction()
 # libraries of this project without suffix; LINK_SYSTEM imported ones. One with a DEFINITION_FILE, which adds exports to
 # a DLL, has no static form on Windows.
 function(jorvet_library target)
-  cmake_parse_arguments(ARG "" "OUTPUT;VERSION_SCRIPT;DEFINITION_FILE" "SOURCES;HEADERS;LINK_PUBLIC;LINK_SYSTEM;DEFINES"
+  cmake_parse_arguments(ARG "" "OUTPUT;EXPORTS;DEFINITION_FILE" "SOURCES;HEADERS;LINK_PUBLIC;LINK_SYSTEM;DEFINES"
     ${ARGN})
   set(objects ${target}_objects)
   add_library(${objects} OBJECT ${ARG_SOURCES})
@@ -92,7 +109,7 @@ function(jorvet_library target)
   endif()
 
   set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-  jorvet_exports(${target} "${ARG_VERSION_SCRIPT}" "${ARG_DEFINITION_FILE}")
+  jorvet_exports(${target} "${ARG_EXPORTS}" "${ARG_DEFINITION_FILE}")
   if(WIN32)
     set_target_properties(${target} PROPERTIES PREFIX lib)
     jorvet_version_resource(${target} lib${ARG_OUTPUT})

@@ -6,7 +6,7 @@
 #if defined(_WIN32)
 #define JV_CALL __cdecl
 #define JV_LOCAL
-/* By MinGW-w64 the library is linked with cmake/jorvet.map, which names what leaves. */
+/* By MinGW-w64 the library is linked by cmake/exports.txt, which names what leaves. */
 #if defined(JORVET_STATIC) || (defined(JORVET_BUILDING) && defined(__MINGW32__))
 #define JV_API
 #elif defined(JORVET_BUILDING)

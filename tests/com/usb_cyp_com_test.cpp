@@ -42,7 +42,6 @@ sim::ControllerOptions configured(Behind behind, unsigned configurations, const 
 }
 
 TEST(CypressList, HoldsEveryDeviceWithWhatItSaysOfItself) {
-    EXPECT_TRUE(list::get_all_com_info_list().empty());
     const plugged_board first(Behind::high_speed_controller), other(second_of(Behind::super_speed_controller));
     other.controller->refuse_open(true);
     EXPECT_TRUE(list::get_com_info_by_name("another").empty()) << "nothing is known of one that does not open";
@@ -61,10 +60,19 @@ TEST(CypressList, HoldsEveryDeviceWithWhatItSaysOfItself) {
     EXPECT_EQ(first.controller->state().handles + other.controller->state().handles, 0u) << "closed again";
 }
 
+TEST(WithoutACypressDevice, NothingIsListedAndNothingOpens) {
+    CCyUSBDevice device(nullptr, CYUSBDRV_GUID, 1);
+    EXPECT_TRUE(device.DeviceCount() == 0 && !device.Open(0) && device.DeviceHandle == INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(!device.Reset() && device.PowerState() == 0 && device.EndPointOf(0) == nullptr);
+    EXPECT_TRUE(list::get_all_com_info_list().empty() && list::get_com_info_by_index(0)->com_type == 0xFF);
+    CUsbCypCom com;
+    EXPECT_EQ(com.open_by_index(0), 0x30103003u);
+    com.print_info(); // writes nothing
+}
+
 TEST(CypressOpening, TellsWhyThereIsNoLink) {
     CUsbCypCom com;
     unsigned char byte = 0;
-    EXPECT_EQ(com.open_by_index(0), 0x30103003u) << "nothing is there";
     const char* no_out = "09 04 00 00 01 FF 00 00 00 07 05 81 02 00 02 00";
     const char* no_in = "09 04 00 00 01 FF 00 00 00 07 05 02 02 00 02 00";
     for (const auto& [configurations, entries] : {std::pair{1, no_out}, {1, no_in}, {0, ""}, {1, ""}}) {

@@ -1,11 +1,13 @@
-// The walks over descriptor bytes: well-formed trees, each way of being malformed, and ten thousand broken ones. Every
-// range is a heap block of exactly its size, so that a sanitizer sees a read beyond it.
-#include "fake_platform.h"
-
+// The walks over descriptor bytes: well-formed trees, and each way of being malformed. Every range is a heap block of
+// exactly its size, so that a sanitizer sees a read beyond it.
 #include <memory>
+#include <string>
 #include <tuple>
 
+#include <gtest/gtest.h>
+
 #include "jorvet/cyusb/descriptor_tree.h"
+#include "tests/cyusb/descriptors.h"
 
 using namespace fake;
 

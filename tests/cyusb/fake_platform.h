@@ -1,6 +1,6 @@
 // A scripted stand-in for the part of win32.h that the device layer uses, linked in place of the platform library. It
 // logs each request and wait, answers from a strict script or a simulated device, and completes pending requests when
-// told. Single-threaded; nothing sleeps: a wait that nothing would end fails the test. Also descriptors as bytes.
+// told. Single-threaded; nothing sleeps: a wait that nothing would end fails the test.
 #pragma once
 
 #include <deque>
@@ -13,10 +13,10 @@
 #include <gtest/gtest.h>
 
 #include "jorvet/platform/win32.h"
+#include "tests/cyusb/descriptors.h"
 
 namespace fake {
 
-using Bytes = std::vector<BYTE>;
 using Action = std::function<void()>;
 
 struct Request {
@@ -62,32 +62,5 @@ struct Test : ::testing::Test {
 };
 
 std::string hex(const Bytes& bytes);
-
-inline Bytes operator+(Bytes left, const Bytes& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-inline Bytes with(Bytes bytes, std::size_t at, int value) {
-    bytes.at(at) = BYTE(value);
-    return bytes;
-}
-inline Bytes interface_of(int number, int alternate, int endpoints) {
-    return {9, 4, BYTE(number), BYTE(alternate), BYTE(endpoints), 0xFF, 0, 0, 0};
-}
-inline Bytes endpoint(int address, int attributes, int max_packet = 512) {
-    return {7, 5, BYTE(address), BYTE(attributes), BYTE(max_packet), BYTE(max_packet >> 8), 0};
-}
-inline Bytes companion(int burst) {
-    return {6, 0x30, BYTE(burst), 0, 0, 0};
-}
-inline Bytes configuration(const Bytes& rest, int name = 0) {
-    const std::size_t total = 9 + rest.size();
-    return Bytes{9, 2, BYTE(total), BYTE(total >> 8), 2, 1, BYTE(name), 0x80, 50} + rest;
-}
-inline Bytes bos(int capabilities, const Bytes& rest) {
-    return Bytes{5, 0x0F, BYTE(5 + rest.size()), 0, BYTE(capabilities)} + rest;
-}
-inline const Bytes usb20_extension{7, 0x10, 2, 6, 0, 0, 0};
-inline const Bytes super_speed{10, 0x10, 3, 0, 0x0E, 0, 1, 10, 0xFF, 7};
 
 } // namespace fake

@@ -58,6 +58,10 @@ inline sim::ReplyPlan reply(unsigned status, const char* data, milliseconds dela
 // What a board sits behind.
 enum class Behind { bridge, high_speed_controller, super_speed_controller };
 
+inline void PrintTo(Behind device, std::ostream* out) {
+    *out << (device == Behind::bridge ? "bridge" : device == Behind::high_speed_controller ? "high" : "super");
+}
+
 inline unsigned int kind_of(Behind device) {
     return device == Behind::bridge ? 0 : 1;
 }

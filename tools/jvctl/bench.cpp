@@ -10,6 +10,12 @@ void print_crossing(bool to_host, const bytes& data) {
     std::cerr << (to_host ? "< " : "> ") + hex(data) + '\n';
 }
 
+const std::vector<unsigned int>& simulated_links() {
+    static const std::vector<unsigned int> links =
+        JVCTL_SIMULATES_CONTROLLERS ? std::vector{JV_KIND_FTDI, JV_KIND_CYPRESS} : std::vector{JV_KIND_FTDI};
+    return links;
+}
+
 std::string simulated_name(unsigned int link, unsigned int place) {
     char number[16];
     std::snprintf(number, sizeof number, "JV-%04u", place + 1);
@@ -17,7 +23,7 @@ std::string simulated_name(unsigned int link, unsigned int place) {
 }
 
 bench::bench(const settings& chosen, crossing seen) : chosen_(chosen), seen_(std::move(seen)) {
-    for (const unsigned int link : {JV_KIND_FTDI, JV_KIND_CYPRESS})
+    for (const unsigned int link : simulated_links())
         for (unsigned int place = 0; place < chosen.simulated; ++place)
             boards_[link].push_back(plug_in(link, place));
 }

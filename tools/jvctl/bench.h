@@ -17,6 +17,9 @@ using crossing = std::function<void(bool to_host, const bytes& data)>;
 // Prints them to stderr: "> 90 15 …" to the board, "< 80 A0 …" to the host.
 void print_crossing(bool to_host, const bytes& data);
 
+// The kinds of link that boards can be simulated behind.
+const std::vector<unsigned int>& simulated_links();
+
 // What tells the simulated board at `place` of a link's list apart: a bridge's serial number, a controller's friendly
 // name.
 std::string simulated_name(unsigned int link, unsigned int place);

@@ -1,12 +1,15 @@
 // The command line, in CLI11's terms. The request subcommands come from the table of requests.
 #include "command_line.h"
 
+#include <algorithm>
 #include <cctype>
 #include <fstream>
 #include <functional>
 #include <map>
 
 #include <CLI/CLI.hpp>
+
+#include "bench.h"
 
 namespace jorvet::tool {
 
@@ -314,6 +317,9 @@ void parser::check_simulation() {
         throw usage_error(chosen_.command + ": this is for Cypress devices only; leave --link away");
     if (cypress_only)
         chosen_.link = JV_KIND_CYPRESS;
+    const std::vector<unsigned int>& links = simulated_links();
+    if ((demo || chosen_.simulated > 0) && std::find(links.begin(), links.end(), chosen_.link) == links.end())
+        throw usage_error("on this system no board is simulated behind this kind of link; leave --simulate away");
     const std::string index = std::to_string(chosen_.index);
     if (demo && chosen_.simulated == 0)
         chosen_.simulated = boards_of_a_tour;

@@ -23,7 +23,7 @@ outcome run_demo(const settings& chosen) {
     std::ostream nowhere(nullptr);
     std::size_t checks = 0, mistakes = 0;
     nlohmann::ordered_json findings = nlohmann::ordered_json::array();
-    for (const unsigned int link : {JV_KIND_FTDI, JV_KIND_CYPRESS}) {
+    for (const unsigned int link : simulated_links()) {
         if (chosen.link_given && link != chosen.link)
             continue;
         for (const tour::finding& found : take_tour(chosen, link, chosen.json ? nowhere : std::cout)) {
