@@ -49,7 +49,7 @@ class in_transfer {
     }
     // Waits for at most `milliseconds`, then cancels it.
     void wait(DWORD milliseconds) {
-        if (!endpoint_.WaitForXfer(record_.get(), milliseconds))
+        if (context_ != nullptr && !endpoint_.WaitForXfer(record_.get(), milliseconds))
             endpoint_.Abort();
     }
     // True when all went well; `moved` bytes came in any case. Waits for the end of what was cancelled.

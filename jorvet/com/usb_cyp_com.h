@@ -28,7 +28,8 @@ class JV_API CUsbCypCom final : public CAbstractCom {
     unsigned int open_by_sn(std::string& serial_number) override;
     unsigned int open_by_location(unsigned int location) override;
     unsigned int open_by_tcpip(std::string& address, int port) override;
-    // JV_ERR_COM_NOT_OPEN. The driver's handle stays open until the next opening or the destruction.
+    // JV_ERR_COM_NOT_OPEN. The driver's handle stays open until the next opening or the destruction. Blocks until the
+    // driver has given the outstanding transfer back, which it is asked for every 50 ms.
     unsigned int close() override;
     // Waits without limit until the device has sent `size` bytes, or a short packet. JV_ERR_COM_NOT_OPEN,
     // JV_ERR_CYP_NO_ENDPOINT, JV_ERR_CYP_READ.

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <thread>
 
 #include "tests/sim/recording_link.h"
 
@@ -116,25 +115,6 @@ TEST_F(BoardTest, EventsAreInSequenceAsTheyLeaveButForLostOnes) {
     send("90300000000000"); // reset
     board.send_event({});
     EXPECT_EQ(link.take(2), (Pieces{"80A0000000", "400100A0000000"}));
-}
-
-TEST_F(BoardTest, FramesOfSeveralThreadsStayInOnePiece) {
-    ReplyPlan in_pieces;
-    in_pieces.pacing.fragment = 1;
-    board.plan_all(in_pieces);
-    std::thread events([this] {
-        for (int i = 0; i < 200; ++i)
-            board.send_event({}, paced(0, 3, 0));
-    });
-    for (int i = 0; i < 200; ++i)
-        send(get_mode);
-    events.join();
-    std::string stream;
-    for (const std::string& piece : link.take(0))
-        stream += piece;
-    EXPECT_EQ(stream.size(), 200u * (12 + 14));
-    for (std::size_t at = 0; at < stream.size(); at += stream[at] == '8' ? 12 : 14)
-        ASSERT_TRUE(stream.compare(at, 12, answer) == 0 || stream.compare(at + 6, 8, "A0000000") == 0) << at;
 }
 
 TEST_F(BoardTest, DetachingTheLinkWaitsForTheCallUnderWay) {
