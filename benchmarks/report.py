@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """Runs the benchmarks and prints their ratios to the floors of the same run, beside what is aimed for.
 
-Usage: report.py BENCHMARK_BINARY. Each figure is the best of several rounds that go through all benchmarks in turn: what
-else the machine does only adds to a time. A missed aim is marked and no more: on a busy machine ratios stray."""
+Usage: report.py BENCHMARK_BINARY [ROUNDS]. Each figure is the best of several rounds that go through all benchmarks in
+turn: what else the machine does only adds to a time. A missed aim is marked and no more: on a busy machine ratios
+stray."""
 
 import json
 import subprocess
 import sys
 
-ROUNDS = 15
+USUAL_ROUNDS = 15
 
 
 def run_once(binary):
@@ -29,7 +30,8 @@ def run_once(binary):
 
 
 def main():
-    rounds = [run_once(sys.argv[1]) for _ in range(ROUNDS)]
+    count = int(sys.argv[2]) if len(sys.argv) > 2 else USUAL_ROUNDS
+    rounds = [run_once(sys.argv[1]) for _ in range(count)]
 
     def time(name):
         return min(r[name] for r in rounds)
