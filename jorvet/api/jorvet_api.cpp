@@ -1,7 +1,7 @@
 // The nineteen C functions: each passes its arguments to one operation. Nothing thrown leaves them.
 #include "jorvet/api/jorvet_api.h"
 
-#include "jorvet/com/com_info_export.h"
+#include "jorvet/api/com_info_export.h"
 #include "jorvet/com/usb_cyp_com.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
 #include "jorvet/core/jorvet.h"
@@ -60,7 +60,7 @@ void* JV_CALL JVGetComHandle(CJorvet* instance) {
 void JV_CALL JVGetComInfo(CJorvet* instance, COM_INFO* info) {
     if (instance == nullptr || !instance->get_com())
         return;
-    jorvet::com::export_com_info(*instance->get_com()->get_com_info(), info);
+    jorvet::api::export_com_info(*instance->get_com()->get_com_info(), info);
 }
 
 void JV_CALL JVGetComInfoList(COM_INFO* list, unsigned char* count) {
@@ -69,9 +69,9 @@ void JV_CALL JVGetComInfoList(COM_INFO* list, unsigned char* count) {
         const auto bridges = CUsbFtd2xxCom::get_all_com_info_list();
         const auto controllers = CUsbCypCom::get_all_com_info_list();
         for (const auto& record : bridges)
-            jorvet::com::export_com_info(*record, list++);
+            jorvet::api::export_com_info(*record, list++);
         for (const auto& record : controllers)
-            jorvet::com::export_com_info(*record, list++);
+            jorvet::api::export_com_info(*record, list++);
         *count = static_cast<unsigned char>(bridges.size() + controllers.size());
     } catch (...) { // out of memory: nothing is listed
     }

@@ -1,7 +1,7 @@
 // A device record in the caller's memory, byte by byte.
 #include <gtest/gtest.h>
 
-#include "jorvet/com/com_info_export.h"
+#include "jorvet/api/com_info_export.h"
 
 TEST(ComInfo, IsExportedAsItsCharactersAndNumbersAlone) {
     CUsbFtd2xxComInfo bridge;
@@ -24,7 +24,7 @@ TEST(ComInfo, IsExportedAsItsCharactersAndNumbersAlone) {
                 {cypress, std::string(128, 's'), std::string(128, 'd'), {"\0\0\0\0\0\1\xB4\4\xF1\0##", 12}}};
     for (const auto& row : rows) {
         std::string bytes(268, '#');
-        jorvet::com::export_com_info(row.record, reinterpret_cast<COM_INFO*>(bytes.data()));
+        jorvet::api::export_com_info(row.record, reinterpret_cast<COM_INFO*>(bytes.data()));
         EXPECT_EQ(bytes.substr(0, 128), row.serial_number + std::string(128 - row.serial_number.size(), '#'));
         EXPECT_EQ(bytes.substr(128), row.description + std::string(128 - row.description.size(), '#') + row.rest);
     }

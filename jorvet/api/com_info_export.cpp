@@ -1,5 +1,5 @@
 // The layout of COM_INFO is part of the binary interface: it is checked here.
-#include "jorvet/com/com_info_export.h"
+#include "jorvet/api/com_info_export.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -8,7 +8,7 @@
 static_assert(sizeof(COM_INFO) == 268 && offsetof(COM_INFO, index) == 0x100 && offsetof(COM_INFO, vendor_id) == 0x106 &&
               offsetof(COM_INFO, reserved) == 0x10A);
 
-namespace jorvet::com {
+namespace jorvet::api {
 
 namespace {
 template <std::size_t N>
@@ -32,4 +32,4 @@ void export_com_info(const CComInfo& record, COM_INFO* out) {
     }
 }
 
-} // namespace jorvet::com
+} // namespace jorvet::api
