@@ -150,5 +150,15 @@ TEST(ApiList, HasNoCapacityAndCountsModulo256) {
     }
 }
 
+TEST(CypressApiList, StandsBehindTheBridges) {
+    const plugged_board controller(Behind::super_speed_controller), bridge;
+    COM_INFO list[2] = {};
+    unsigned char count = 0;
+    JVGetComInfoList(list, &count);
+    EXPECT_TRUE(count == 2 && list[0].com_type == JV_KIND_FTDI && list[1].com_type == JV_KIND_CYPRESS);
+    EXPECT_TRUE(list[0].vendor_id == 0 && list[1].vendor_id == 0x04B4 && list[1].product_id == 0x00F1);
+    EXPECT_STREQ(list[1].description, "Jorvet simulated USB board");
+}
+
 } // namespace
 } // namespace jorvet::testing
