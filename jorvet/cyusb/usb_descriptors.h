@@ -46,11 +46,6 @@ constexpr bool is_usb3(std::uint16_t bcd_usb) {
 
 #pragma pack(push, 1)
 
-struct USB_COMMON_DESCRIPTOR {
-    std::uint8_t bLength;
-    std::uint8_t bDescriptorType;
-};
-
 struct USB_DEVICE_DESCRIPTOR {
     std::uint8_t bLength;
     std::uint8_t bDescriptorType;
