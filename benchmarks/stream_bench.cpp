@@ -9,7 +9,7 @@
 #include <boost/thread/mutex.hpp>
 
 #include "jorvet/core/jorvet.h"
-#include "jorvet/sim/controller.h"
+#include "jorvet/sim/usb/controller.h"
 
 namespace {
 

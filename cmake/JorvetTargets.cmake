@@ -52,7 +52,7 @@ endfunction()
 function(jorvet_version_resource target name)
   set(NAME ${name})
   set(resource ${CMAKE_CURRENT_BINARY_DIR}/${name}.rc)
-  configure_file(${PROJECT_SOURCE_DIR}/jorvet/platform/windows/version.rc.in ${resource} @ONLY)
+  configure_file(${PROJECT_SOURCE_DIR}/jorvet/system/windows/version.rc.in ${resource} @ONLY)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
 

@@ -5,7 +5,7 @@
 #include <boost/make_shared.hpp>
 
 #include "jorvet/com/usb_ftd2xx_com.h"
-#include "jorvet/platform/d2xx.h"
+#include "jorvet/system/d2xx.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "jorvet/com/abstract_com.h"
 #include "jorvet/cyusb/usb_device.h"
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/win32.h"
 
 // Threads: as in the base; print_info and the enumerations on any thread, print_info not while the link opens.
 class JV_API CUsbCypCom final : public CAbstractCom {

@@ -10,7 +10,7 @@
 #include <boost/throw_exception.hpp>
 
 #include "jorvet/base/status.h"
-#include "jorvet/platform/d2xx.h"
+#include "jorvet/system/d2xx.h"
 
 namespace {
 

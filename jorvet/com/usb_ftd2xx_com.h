@@ -10,7 +10,7 @@
 #include <boost/thread/thread.hpp>
 
 #include "jorvet/com/abstract_com.h"
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/win32.h"
 
 // Besides the statuses listed, JV_ERR_FTDI_… stand for the D2XX status of the call that failed. Threads: as in the
 // base.

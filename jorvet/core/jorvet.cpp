@@ -14,9 +14,9 @@
 #include "jorvet/core/context_report.h"
 #include "jorvet/core/frame_records.h"
 #include "jorvet/core/receive_engine.h"
-#include "jorvet/platform/win32.h"
 #include "jorvet/protocol/crc.h"
 #include "jorvet/protocol/request_frame.h"
+#include "jorvet/system/win32.h"
 
 namespace jorvet::core {
 // Applications may ask for the type of a class without virtual operations: this emits it.

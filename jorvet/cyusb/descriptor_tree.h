@@ -13,7 +13,7 @@
 
 #include "jorvet/cyusb/endpoint.h"
 #include "jorvet/cyusb/usb_descriptors.h"
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/win32.h"
 
 // Whether a SuperSpeed companion behind an endpoint descriptor is part of the endpoint, or one more thing to pass over.
 enum class CCyCompanions { Ignored, Parsed };

@@ -6,8 +6,8 @@
 #include <memory>
 #include <new>
 
-#include "jorvet/base/driver_requests.h"
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/cyusb_driver.h"
+#include "jorvet/system/win32.h"
 
 namespace jorvet::cyusb {
 

@@ -8,9 +8,9 @@
 
 #include <atomic>
 
-#include "jorvet/base/driver_requests.h"
 #include "jorvet/cyusb/usb_descriptors.h"
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/cyusb_driver.h"
+#include "jorvet/system/win32.h"
 
 namespace jorvet::cyusb {
 struct driver_buffer;

@@ -1,7 +1,7 @@
 // The record of one overlapped request, with an event of its own. One thread at a time.
 #pragma once
 
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/win32.h"
 
 namespace jorvet::cyusb {
 

@@ -10,11 +10,11 @@
 #include <cstddef>
 #include <memory>
 
-#include "jorvet/base/driver_requests.h"
 #include "jorvet/cyusb/descriptor_tree.h"
 #include "jorvet/cyusb/endpoint.h"
 #include "jorvet/cyusb/usb_descriptors.h"
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/cyusb_driver.h"
+#include "jorvet/system/win32.h"
 
 // The device interface class of the Cypress USB driver.
 inline constexpr GUID CYUSBDRV_GUID = jorvet::cyusb::driver_class<GUID>();

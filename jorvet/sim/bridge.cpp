@@ -10,8 +10,8 @@
 #include <mutex>
 #include <utility>
 
-#include "jorvet/sim/callee.h"
-#include "jorvet/sim/link_trace.h"
+#include "jorvet/sim/support/link_trace.h"
+#include "jorvet/sim/support/shared_callee.h"
 
 namespace jorvet::sim {
 

@@ -7,8 +7,8 @@
 #include <functional>
 #include <memory>
 
-#include "jorvet/platform/ports.h"
-#include "jorvet/sim/plug.h"
+#include "jorvet/ports/ports.h"
+#include "jorvet/sim/board/simulated_device.h"
 
 namespace jorvet::sim {
 

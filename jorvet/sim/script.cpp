@@ -7,8 +7,8 @@
 #include <limits>
 #include <utility>
 
-#include "jorvet/sim/boot_loader.h"
-#include "jorvet/sim/controller.h"
+#include "jorvet/sim/usb/boot_loader.h"
+#include "jorvet/sim/usb/controller.h"
 
 namespace jorvet::sim {
 

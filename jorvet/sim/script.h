@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "jorvet/sim/plug.h"
+#include "jorvet/sim/board/simulated_device.h"
 
 namespace jorvet::sim {
 

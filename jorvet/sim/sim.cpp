@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
-#include "jorvet/sim/boot_loader.h"
 #include "jorvet/sim/bridge.h"
-#include "jorvet/sim/controller.h"
 #include "jorvet/sim/script.h"
+#include "jorvet/sim/usb/boot_loader.h"
+#include "jorvet/sim/usb/controller.h"
 
 using namespace jorvet::sim;
 

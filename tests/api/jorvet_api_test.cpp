@@ -3,7 +3,7 @@
 #include <deque>
 
 #include "jorvet/api/jorvet_api.h"
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/win32.h"
 #include "tests/support/connected_board.h"
 
 namespace jorvet::testing {

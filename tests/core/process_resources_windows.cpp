@@ -1,5 +1,5 @@
 // Windows: a snapshot of all threads, and the count of handles.
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/win32.h"
 #include "tests/support/process_resources.h"
 
 #include <tlhelp32.h>

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/win32.h"
 
 namespace fake {
 

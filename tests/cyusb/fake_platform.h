@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "jorvet/platform/win32.h"
+#include "jorvet/system/win32.h"
 #include "tests/cyusb/descriptors.h"
 
 namespace fake {

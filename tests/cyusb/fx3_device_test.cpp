@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "jorvet/cyusb/fx3_download.h"
-#include "jorvet/sim/boot_loader.h"
+#include "jorvet/sim/usb/boot_loader.h"
 
 using namespace fake;
 using namespace jorvet::cyusb;

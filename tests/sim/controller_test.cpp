@@ -4,8 +4,8 @@
 #include <future>
 #include <sstream>
 
-#include "jorvet/sim/controller.h"
 #include "jorvet/sim/script.h"
+#include "jorvet/sim/usb/controller.h"
 #include "tests/sim/recording_link.h"
 
 namespace jorvet::sim {

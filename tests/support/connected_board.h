@@ -10,10 +10,10 @@
 
 #include "jorvet/base/diagnostics.h"
 #include "jorvet/base/status.h"
+#include "jorvet/compat/faults.h"
 #include "jorvet/core/jorvet.h"
-#include "jorvet/platform/faults.h"
 #include "jorvet/sim/bridge.h"
-#include "jorvet/sim/controller.h"
+#include "jorvet/sim/usb/controller.h"
 #include "tests/support/receive_vectors.h"
 
 namespace jorvet::testing {

@@ -1,0 +1,88 @@
+// One transfer through the USB driver: what the request block asks for, and what is written into it when the transfer
+// ends. The end comes from any thread, perhaps from two at once; the first one counts.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <optional>
+
+#include "jorvet/ports/ports.h"
+#include "jorvet/system/win32.h"
+
+namespace jorvet::platform::usb {
+
+// A request as the system passes it to a driver. The memory is the driver's until it has answered.
+struct io_request {
+    DWORD code = 0;
+    std::uint8_t* in = nullptr;
+    DWORD in_size = 0;
+    std::uint8_t* out = nullptr;
+    DWORD out_size = 0;
+};
+
+// The driver's answer.
+struct io_outcome {
+    DWORD error = ERROR_SUCCESS;
+    DWORD bytes = 0;      // that came back; also those before a failure
+    bool started = false; // a failure came after the device had taken the request in
+};
+
+// Takes an answer that comes later, from any thread. Does not block.
+using io_done = std::function<void(const io_outcome&)>;
+
+// The places of the parts of a transfer in the caller's memory. `block` begins with an XferRequest.
+struct transfer_layout {
+    std::uint8_t endpoint = 0; // 0: control
+    bool inbound = false;
+    UsbSetup setup;
+    unsigned timeout_ms = 0;
+    std::uint8_t* block = nullptr;
+    std::uint8_t* table = nullptr;
+    std::size_t packets = 0;
+    std::uint8_t* data = nullptr;
+    std::size_t length = 0;
+    std::size_t counted_before_data = 0; // the part of the block that the byte count covers
+};
+
+// Finds the parts in the buffers of one of the three transfer requests. Returns ERROR_SUCCESS,
+// ERROR_INVALID_PARAMETER (the block is too short, says what cannot be, or names places outside itself) or
+// ERROR_INSUFFICIENT_BUFFER (a buffered request whose block does not fit into the output); touches the buffers only
+// with ERROR_SUCCESS.
+DWORD read_layout(const io_request& request, transfer_layout* layout);
+
+class usb_transfer {
+  public:
+    explicit usb_transfer(const transfer_layout& layout) : layout_(layout) {}
+    usb_transfer(const usb_transfer&) = delete;
+    usb_transfer& operator=(const usb_transfer&) = delete;
+
+    std::uint8_t endpoint() const { return layout_.endpoint; }
+
+    // Gives the transfer to the port, which calls complete(). Once. `self` is this transfer.
+    static void submit(const std::shared_ptr<usb_transfer>& self, UsbPort& port);
+
+    // Ends the transfer: data, table and status words go to the caller's memory, then the outcome to whoever
+    // hand_over() named. When it returns that has happened, and nothing of the caller's is touched any more.
+    void complete(const UsbResult& result);
+
+    // The outcome, when the transfer has ended; otherwise none, and `done` is called when it does.
+    std::optional<io_outcome> hand_over(io_done done);
+
+    bool finished() const { return finished_; }
+
+  private:
+    void submit_to(UsbPort& port, UsbCompletion done) const;
+    io_outcome deliver(const UsbResult& result) const;
+    void fill_table(const UsbResult& result, UsbEnd rest) const;
+
+    const transfer_layout layout_;
+    std::atomic<bool> finished_{false};
+    // Guards the members below and the caller's memory. Held while `done_` runs, so that a second end waits until the
+    // first is reported; never in a call to the port.
+    std::mutex mutex_;
+    io_outcome outcome_;
+    io_done done_;
+};
+
+} // namespace jorvet::platform::usb

@@ -1,0 +1,69 @@
+// A bridge that the D2XX driver has open: the calls inside it, the readers that wait for bytes, the event to signal.
+// Any thread may call anything; the port's notification comes on any thread too, also inside a call to the port.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "jorvet/ports/ports.h"
+#include "jorvet/system/d2xx.h"
+
+namespace jorvet::platform::d2xx {
+
+// The driver's status for what a port says.
+FT_STATUS translate(PortStatus status);
+
+class open_bridge {
+  public:
+    explicit open_bridge(std::shared_ptr<BridgePort> port) : port_(std::move(port)) {}
+    open_bridge(const open_bridge&) = delete;
+    open_bridge& operator=(const open_bridge&) = delete;
+
+    // Both once, open() first. close() ends the calls that block and returns when no call is inside any more.
+    PortStatus open();
+    void close();
+
+    // A call on the bridge is inside from enter() to leave(), so that close() can wait for it. False when closed, and
+    // there is nothing to leave.
+    bool enter();
+    void leave();
+
+    bool closed() const { return closed_; }
+    BridgePort& port() const { return *port_; }
+    bool is_on(const BridgePort& port) const { return port_.get() == &port; }
+
+    void set_timeouts(ULONG read_ms, ULONG write_ms);
+    void set_event(HANDLE event) { event_ = event; } // null: none
+
+    // FT_Read and FT_Write. What a call had to leave undone because of close() is FT_INVALID_HANDLE.
+    FT_STATUS read(std::uint8_t* buffer, std::size_t count, DWORD* taken);
+    FT_STATUS write(const std::uint8_t* bytes, std::size_t count, DWORD* written);
+
+  private:
+    using time_limit = std::optional<std::chrono::steady_clock::time_point>;
+
+    FT_STATUS read_until(time_limit limit, std::uint8_t* buffer, std::size_t count, DWORD* taken);
+    bool wait_for_news(unsigned seen, time_limit limit);
+    void on_notify();
+    void wake();
+
+    const std::shared_ptr<BridgePort> port_;
+    std::atomic<HANDLE> event_{nullptr};
+    std::atomic<ULONG> read_timeout_{0};
+    std::atomic<ULONG> write_timeout_{0};
+
+    std::atomic<bool> closed_{false};
+    std::atomic<unsigned> inside_{0};
+    std::atomic<unsigned> readers_{0}; // which wait or may come to
+    std::atomic<unsigned> notifications_{0};
+    // Guards no data: whoever changes an atomic that somebody may be waiting for passes through it before notifying.
+    // Never held in a call to the port.
+    std::mutex mutex_;
+    std::condition_variable changed_;
+};
+
+} // namespace jorvet::platform::d2xx

@@ -1,0 +1,66 @@
+// The USB driver: one handle on a USB device, and what the nineteen request codes do on it. Any thread may call
+// anything; no lock is held in a call to the port. Compiles on every system.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "jorvet/compat/drivers/driver_transfer.h"
+#include "jorvet/system/cyusb_driver.h"
+
+namespace jorvet::platform::usb {
+
+// The class of the device interfaces that this driver serves.
+inline constexpr GUID interface_class = cyusb::driver_class<GUID>();
+
+// The path of a device's interface: shorter than 255 characters, and different for any two attached devices.
+std::string interface_path(const UsbIdentity& identity);
+
+class open_device {
+  public:
+    explicit open_device(std::shared_ptr<UsbPort> port) : port_(std::move(port)) {}
+    ~open_device() { close(); }
+    open_device(const open_device&) = delete;
+    open_device& operator=(const open_device&) = delete;
+
+    // Takes the device: the port's answer. Once, first.
+    PortStatus open();
+
+    // Does a request, or starts it. Returns the answer when there is one already, and `done` is not called then;
+    // otherwise `done` is called once, perhaps before this returns. Throws nothing, does not block.
+    std::optional<io_outcome> start(const io_request& request, io_done done);
+
+    // Ends everything pending on this handle as cancelled, and reports it, before it returns; gives the device back.
+    // The endpoints concerned are aborted, for other handles on the device too. A request that is being started ends
+    // so as well. Harmless the second time; the destructor does it at the latest.
+    void close();
+
+    UsbPort& port() { return *port_; }
+    // Whether the device is there still, for requests that need nothing else of it.
+    PortStatus presence();
+
+    // The sizes that the host side splits transfers into, by endpoint address.
+    std::uint32_t transfer_size(std::uint8_t endpoint);
+    void set_transfer_size(std::uint8_t endpoint, std::uint32_t size);
+
+  private:
+    using transfer_pointer = std::shared_ptr<usb_transfer>;
+
+    std::optional<io_outcome> start_transfer(const io_request& request, io_done done);
+    bool enlist(const transfer_pointer& transfer);
+    void cancel(const transfer_pointer& transfer);
+
+    const std::shared_ptr<UsbPort> port_;
+    std::atomic<bool> closed_{true};
+    std::mutex mutex_; // guards the members below
+    std::vector<transfer_pointer> pending_;
+    std::map<std::uint8_t, std::uint32_t> transfer_sizes_;
+};
+
+// Opens the attached device whose interface has this path. Null with `*error`: ERROR_FILE_NOT_FOUND (no such path, or
+// the device is gone), ERROR_ACCESS_DENIED (it refuses) or ERROR_GEN_FAILURE. Throws std::bad_alloc.
+std::shared_ptr<open_device> open_path(const std::string& path, DWORD* error);
+
+} // namespace jorvet::platform::usb

@@ -1,0 +1,70 @@
+// The armed fault. Any thread: a flag that is read without a lock while nothing is armed, a mutex for the rest.
+#include "jorvet/compat/faults.h"
+
+#include <atomic>
+#include <mutex>
+
+namespace jorvet::platform::faults {
+
+namespace {
+
+std::atomic<bool> armed{false};
+
+struct plan {
+    std::mutex mutex;
+    std::string beginning; // of the name, or all of it
+    bool whole_name = true;
+    unsigned nth = 0;
+    std::uint32_t error = 0;
+    bool from_then_on = false;
+    unsigned seen = 0;
+
+    bool matches(const std::string& function) const {
+        return whole_name ? function == beginning : function.compare(0, beginning.size(), beginning) == 0;
+    }
+};
+
+// Never destroyed: threads that outlive main may still ask.
+plan& current() {
+    static plan& it = *new plan;
+    return it;
+}
+
+} // namespace
+
+void fail(const std::string& function, unsigned nth, std::uint32_t error, bool from_then_on) {
+    plan& p = current();
+    const std::lock_guard<std::mutex> lock(p.mutex);
+    p.whole_name = function.empty() || function.back() != '*';
+    p.beginning = p.whole_name ? function : function.substr(0, function.size() - 1);
+    p.nth = nth;
+    p.error = error;
+    p.from_then_on = from_then_on;
+    p.seen = 0;
+    armed = true;
+}
+
+void clear() {
+    const std::lock_guard<std::mutex> lock(current().mutex);
+    armed = false;
+}
+
+unsigned calls_seen() {
+    const std::lock_guard<std::mutex> lock(current().mutex);
+    return current().seen;
+}
+
+std::optional<std::uint32_t> due(const char* function) {
+    if (!armed.load(std::memory_order_relaxed))
+        return std::nullopt;
+    plan& p = current();
+    const std::lock_guard<std::mutex> lock(p.mutex);
+    if (!armed || !p.matches(function))
+        return std::nullopt;
+    ++p.seen;
+    if (p.seen == p.nth || (p.from_then_on && p.seen > p.nth))
+        return p.error;
+    return std::nullopt;
+}
+
+} // namespace jorvet::platform::faults

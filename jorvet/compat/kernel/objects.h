@@ -1,0 +1,47 @@
+// Kernel objects and their handles: what the functions of win32.h share. Each kind of object has a file of its own
+// beside this one; handles, waits and closing are the same for all.
+#pragma once
+
+#include "jorvet/compat/handle_table.h"
+#include "jorvet/system/win32.h"
+
+namespace jorvet::platform::kernel {
+
+// Something that a handle stands for. Lives as long as its handle is open or a call is inside.
+class object {
+  public:
+    object() = default;
+    object(const object&) = delete;
+    object& operator=(const object&) = delete;
+    virtual ~object() = default;
+
+    // The handle was closed; calls may still be inside. Once.
+    virtual void closed() {}
+};
+
+// One that can be waited for. Any thread.
+class waitable : public object {
+  public:
+    // Waits until the object is signalled, at most `milliseconds`, and has the effect that a wait has on it. False when
+    // the time passed. Several threads may wait at once.
+    virtual bool wait(DWORD milliseconds) = 0;
+    virtual void set() = 0;   // signals it
+    virtual void reset() = 0; // takes the signal back
+};
+
+// The open handles of the process.
+handle_table<object>& handles();
+
+// The object of an open handle if it is one that can be waited for, else null.
+inline std::shared_ptr<waitable> find_waitable(HANDLE handle) {
+    return std::dynamic_pointer_cast<waitable>(handles().find(handle));
+}
+
+// Makes `error` the last error and returns `value`, the failure value of the function that fails.
+template <class Value>
+Value fail(DWORD error, Value value) {
+    SetLastError(error);
+    return value;
+}
+
+} // namespace jorvet::platform::kernel

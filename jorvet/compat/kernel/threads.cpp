@@ -1,0 +1,46 @@
+// What belongs to the calling thread: its last error and its priority.
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "jorvet/compat/faults.h"
+#include "jorvet/compat/kernel/objects.h"
+
+using namespace jorvet::platform;
+using kernel::fail;
+
+namespace {
+
+thread_local DWORD last_error = ERROR_SUCCESS;
+
+// The nice value for a priority. A step of priority is worth five: two steps up are the highest ordinary priority.
+int nice_value(int priority) {
+    return std::clamp(-5 * priority, -20, 19);
+}
+
+} // namespace
+
+DWORD GetLastError() {
+    return last_error;
+}
+
+void SetLastError(DWORD error) {
+    last_error = error;
+}
+
+HANDLE GetCurrentThread() {
+    return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-2));
+}
+
+BOOL SetThreadPriority(HANDLE thread, int priority) {
+    if (const auto error = faults::due(__func__))
+        return fail(*error, FALSE);
+    if (thread != GetCurrentThread())
+        return fail(ERROR_INVALID_HANDLE, FALSE);
+    if (priority < -15 || priority > 15)
+        return fail(ERROR_INVALID_PARAMETER, FALSE);
+    // Refused to most processes for a raise; a priority is a wish, so that is no failure.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), nice_value(priority));
+    return TRUE;
+}

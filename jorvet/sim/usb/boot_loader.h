@@ -1,0 +1,98 @@
+// What a simulated USB controller without firmware does: its boot loader, which takes vendor requests, and the memories
+// that it reaches. A controller asks it as its control handler; it knows nothing of the controller. Any thread may call
+// anything.
+//
+//   request            to the device                               from the device
+//   0xA0, address      writes RAM; without data: starts a program  reads RAM
+//   0xBA / 0xBB, *     writes an EEPROM                            reads an EEPROM (0xBB)
+//   0xC2 / 0xC3, page  programs the SPI flash                      reads the SPI flash (0xC3)
+//   0xC4, sector       erases it, wValue 1                         1 byte: 1 while the erasing goes on, else 0
+//
+// An address has its low half in wValue and its high half in wIndex; pages of 256 bytes and sectors of 64 KiB are in
+// wIndex, and wValue is 0. (*) wValue selects one of eight EEPROMs, wIndex is the address in it; addresses come round
+// at its end. The loader hands an EEPROM one page's worth at a time, and the EEPROM keeps within the page: data that do
+// not begin on a page boundary come round in each page. Programming can only clear bits. A flash that erases answers
+// nothing but how far it is. What is out of range, or not in the table, is stalled.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "jorvet/ports/ports.h"
+#include "jorvet/sim/board/board.h"
+#include "jorvet/sim/export.h"
+
+namespace jorvet::sim {
+
+// Bytes at 32-bit addresses; those never written have one value.
+class JV_SIM_API SparseMemory {
+  public:
+    explicit SparseMemory(std::uint8_t untouched) : untouched_(untouched) {}
+    std::uint8_t get(std::uint32_t address) const;
+    std::uint8_t& at(std::uint32_t address);
+    Bytes get(std::uint32_t address, std::size_t count) const; // goes on at 0 behind the last address
+
+  private:
+    std::map<std::uint32_t, Bytes> blocks_; // by the high half of the address
+    std::uint8_t untouched_;
+};
+
+struct BootLoaderOptions {
+    std::size_t eeprom_size = 65536; // bytes of each; this and the next are powers of two
+    std::size_t eeprom_page = 128;
+    std::size_t spi_size = std::size_t{4} << 20;
+    unsigned erase_polls = 3; // how often a flash says that it is still erasing
+};
+
+class JV_SIM_API BootLoader {
+  public:
+    static constexpr unsigned for_ever = 0xFFFFFFFF;
+
+    explicit BootLoader(const BootLoaderOptions& options = {});
+
+    // As ControlHandler: the data for the host, or nothing for a stall.
+    std::optional<Bytes> answer(const platform::UsbSetup& setup, const Bytes& data_to_device);
+
+    // The nth vendor request from now (1: the next) is stalled, and all after it with `always`.
+    void fail(unsigned nth, bool always = false);
+    // Wrong data in the next `reads` answers with memory in them.
+    void corrupt_readback(unsigned reads = for_ever);
+    void never_end_erasing();
+
+    // For a test to look at.
+    Bytes ram(std::uint32_t address, std::size_t count) const;
+    Bytes eeprom(unsigned select, std::uint16_t address, std::size_t count) const; // EEPROMs lie 64 KiB apart
+    Bytes spi(std::uint32_t address, std::size_t count) const;
+    std::vector<std::uint32_t> programs_started() const; // where, in order
+
+  private:
+    bool fails();
+    std::optional<Bytes> take(const platform::UsbSetup& setup, const Bytes& data);
+    std::optional<Bytes> give(const platform::UsbSetup& setup);
+    bool write_ram(std::uint32_t address, const Bytes& data);
+    bool write_eeprom(const platform::UsbSetup& setup, const Bytes& data);
+    bool program_spi(const platform::UsbSetup& setup, const Bytes& data);
+    bool erase_spi(const platform::UsbSetup& setup);
+    Bytes read_eeprom(const platform::UsbSetup& setup) const;
+    Bytes erase_status();
+    bool spi_has(const platform::UsbSetup& setup, std::size_t unit, std::size_t count) const;
+    Bytes corrupted(Bytes read);
+
+    mutable std::mutex mutex_;
+    const BootLoaderOptions options_;
+    SparseMemory ram_{0};
+    SparseMemory eeproms_{0xFF};
+    SparseMemory spi_{0xFF};
+    std::vector<std::uint32_t> programs_;
+    unsigned busy_polls_ = 0; // of the erasing under way
+    bool erases_for_ever_ = false;
+    unsigned fails_in_ = 0; // 0: not at all
+    bool fails_always_ = false;
+    unsigned corrupt_reads_ = 0;
+};
+
+} // namespace jorvet::sim
