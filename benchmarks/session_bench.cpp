@@ -76,7 +76,7 @@ BENCHMARK(handover_floor)->UseRealTime();
 
 // A board and an instance connected to it; instances connect in the order in which they are made.
 struct session {
-    std::shared_ptr<jorvet::sim::Bridge> bridge = jorvet::sim::Bridge::plug_in();
+    std::shared_ptr<jorvet::sim::simulated_bridge> bridge = jorvet::sim::simulated_bridge::plug_in();
     CJorvet instance{0};
     unsigned int status;
 

@@ -111,7 +111,7 @@ void stream_floor(benchmark::State& state) {
 }
 
 void cypress_stream(benchmark::State& state) {
-    const auto controller = jorvet::sim::Controller::plug_in();
+    const auto controller = jorvet::sim::simulated_controller::plug_in();
     CJorvet instance(1);
     const unsigned int status = instance.connect(0);
     instance.set_timeout_for_event(30);

@@ -56,13 +56,19 @@ function(jorvet_version_resource target name)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
 
-# Makes a linker's version script of a list of demangled symbols, one per line.
+# Makes a linker's version script of a list of demangled symbols, one per line. std::string has another name in each
+# standard library, and the linker knows wildcards only in unquoted names, which in turn may not contain blanks, brackets,
+# commas or ampersands: such a symbol becomes a pattern.
 function(jorvet_write_version_script list output)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
   file(STRINGS ${list} symbols REGEX "^[^#]")
   foreach(symbol IN LISTS symbols)
     if(symbol MATCHES "^[A-Za-z0-9_]+$")
       string(APPEND c_functions "    ${symbol};\n")
+    elseif(symbol MATCHES "std::string")
+      string(REPLACE "std::string" "std::*basic_string*" pattern "${symbol}")
+      string(REGEX REPLACE "[(),& ]" "?" pattern "${pattern}")
+      string(APPEND members "      ${pattern};\n")
     else()
       string(APPEND members "      \"${symbol}\";\n")
     endif()

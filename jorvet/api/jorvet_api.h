@@ -21,12 +21,8 @@
 #include <stdint.h>
 
 #include "jorvet/base/export.h"
+#include "jorvet/base/kinds.h"
 #include "jorvet/base/status.h"
-
-/* The kinds of link that JVGetInstance takes, and that COM_INFO names. */
-#define JV_KIND_FTDI 0u
-#define JV_KIND_CYPRESS 1u
-#define JV_KIND_NONE 0xFFu /* in a COM_INFO only: a record of no device */
 
 /* One attached device: 268 bytes, little-endian, without padding. The two texts are not terminated when they fill their
  * field, and a shorter one leaves the bytes after it as they were: pass zeroed memory to read them as C strings. */

@@ -1,12 +1,12 @@
-/* What leaves the library: JV_API marks a function or class that applications may link against, JV_LOCAL a member of
- * such a class that they may not. JV_CALL is the calling convention of the C functions. */
+/* Export macros. JV_API marks what applications may link against in libjorvet, JV_PLATFORM_API and JV_SIM_API what they
+ * may link against in libjorvet-platform and libjorvet-sim. Of the classes that JV_API marks, libjorvet exports just
+ * the members in cmake/exports.txt, except when Visual C++ builds it, which exports marked classes whole. JV_CALL is
+ * the calling convention of the C functions. */
 #ifndef JORVET_BASE_EXPORT_H
 #define JORVET_BASE_EXPORT_H
 
 #if defined(_WIN32)
 #define JV_CALL __cdecl
-#define JV_LOCAL
-/* By MinGW-w64 the library is linked by cmake/exports.txt, which names what leaves. */
 #if defined(JORVET_STATIC) || (defined(JORVET_BUILDING) && defined(__MINGW32__))
 #define JV_API
 #elif defined(JORVET_BUILDING)
@@ -14,10 +14,21 @@
 #else
 #define JV_API __declspec(dllimport)
 #endif
+/* The simulation's DLL holds the part of the platform that Windows does not have. The D2XX functions leave it by
+ * ordinal, as they leave the driver's DLL. */
+#if defined(JORVET_SIM_BUILDING)
+#define JV_SIM_API __declspec(dllexport)
+#else
+#define JV_SIM_API __declspec(dllimport)
+#endif
+#define JV_PLATFORM_API JV_SIM_API
+#define JV_D2XX_API
 #else
 #define JV_CALL
 #define JV_API __attribute__((visibility("default")))
-#define JV_LOCAL __attribute__((visibility("hidden")))
+#define JV_PLATFORM_API JV_API
+#define JV_D2XX_API JV_API
+#define JV_SIM_API JV_API
 #endif
 
 #endif

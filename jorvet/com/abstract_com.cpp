@@ -1,13 +1,17 @@
-// The receive buffer's consumer side, run by the instance's background thread; the producer side is the links'.
+// The receive buffer: its consumer side runs on the instance's background thread, its producer side on the listening
+// thread. Starting and joining the listening thread runs on the application's threads.
 #include "jorvet/com/abstract_com.h"
 
 #include <typeinfo>
 
 #include <boost/chrono/duration.hpp>
 #include <boost/make_shared.hpp>
+#include <boost/throw_exception.hpp>
+
+#include "jorvet/base/status.h"
 
 namespace jorvet::com {
-// Applications may ask for the type of a class that has no code of its own: this emits it.
+// Makes the compiler emit the type information of a class that has no code of its own; it is exported.
 extern const std::type_info& tcp_ip_com_type;
 const std::type_info& tcp_ip_com_type = typeid(CTcpIpCom);
 } // namespace jorvet::com
@@ -47,4 +51,44 @@ bool CAbstractCom::wait_for_rx_bytes() {
     }
     m_rx_ready = false;
     return !m_rx_abort;
+}
+
+void CAbstractCom::end_receiving() {
+    {
+        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+        m_rx_ready = false;
+        m_rx_bytes = 0;
+    }
+    m_rx_abort = false;
+}
+
+void CAbstractCom::forget_received() {
+    const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+    m_rx_buffer.clear();
+}
+
+unsigned int CAbstractCom::run_listening_thread(const std::function<void()>& body, int poll_ms) {
+    m_listening_ready = false;
+    m_listening_failure = JV_OK;
+    m_listening_thread = boost::make_shared<boost::thread>(body);
+    while (!m_listening_ready)
+        boost::this_thread::sleep_for(boost::chrono::milliseconds(poll_ms));
+    if (m_listening_failure == JV_ERR_NO_RESOURCES)
+        boost::throw_exception(boost::thread_resource_error());
+    return m_listening_failure;
+}
+
+void CAbstractCom::listening_began() {
+    m_listening_stopped = false;
+    m_listening_ready = true;
+}
+
+void CAbstractCom::listening_ended() {
+    m_listening_stopped = true;
+    m_listening_ready = true;
+}
+
+void CAbstractCom::join_listening_thread() {
+    if (m_listening_thread && m_listening_thread->joinable())
+        m_listening_thread->join();
 }

@@ -5,21 +5,24 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
+#include <boost/thread/thread.hpp>
 
 #include "jorvet/base/export.h"
 #include "jorvet/com/com_info.h"
 
-// Statuses are the codes of jorvet/base/status.h, 0 for success. A transport is made as its concrete class and held by
-// a boost::shared_ptr made from the concrete pointer; there is no virtual destructor.
+// Statuses are the codes of jorvet/base/status.h, 0 for success. A transport is created as its concrete class and held
+// by a boost::shared_ptr made from the concrete pointer; there is no virtual destructor.
 //
-// Threads: open, close and destruction are kept apart from one another by the caller; the rest may run on any thread at
-// any time.
+// Threads: load, the open functions, close and destruction must not overlap any other call on the same transport. While
+// it stays open, `write`, the queries and the purges may be called from any thread; `read`, `read_input_data` and
+// `wait_for_rx_bytes` belong to one thread each, as stated below.
 class JV_API CAbstractCom {
   public:
     CAbstractCom();
@@ -28,36 +31,39 @@ class JV_API CAbstractCom {
 
     // One-time preparation before the first open.
     virtual unsigned int load() = 0;
-    // Opens and configures the device at `index` of this link's own list and starts the listening thread; an open
+    // Opens and configures the device at `index` of this link's own list and starts the listening thread. An open
     // device is closed first.
     virtual unsigned int open_by_index(unsigned char index) = 0;
-    // Other ways to open; no link of this library has them (JV_ERR_NOT_SUPPORTED, nothing done).
+    // Other ways to open. No link of this library supports them: each returns JV_ERR_NOT_SUPPORTED and does nothing.
     virtual unsigned int open_by_name(std::string& description) = 0;
     virtual unsigned int open_by_sn(std::string& serial_number) = 0;
     virtual unsigned int open_by_location(unsigned int location) = 0;
     virtual unsigned int open_by_tcpip(std::string& address, int port) = 0;
-    // Whether the device is open. Never blocks.
+    // Whether the device is open. Never blocks; any thread, at any time.
     virtual bool is_open();
-    // Stops the listening thread, closes the device and drops what was received. JV_ERR_COM_NOT_OPEN when not open.
+    // Stops the listening thread, closes the device and drops received bytes. JV_ERR_COM_NOT_OPEN when not open.
     virtual unsigned int close() = 0;
-    // Bytes of the latest delivery of the listening thread; 0 once it has stopped.
+    // Bytes of the latest delivery of the listening thread; 0 after it was stopped.
     virtual unsigned int get_rx_bytes();
-    // Reads `size` bytes from the device into `buffer` now, beside the receive buffer. For the listening thread.
+    // Reads `size` bytes from the device into `buffer`, bypassing the receive buffer. Only the listening thread may
+    // call it: a second reader takes the bytes that the listening thread waits for, and `close` may then block for
+    // ever.
     virtual unsigned int read(void* buffer, unsigned int size) = 0;
     // Sends `size` bytes; 0 when all were sent. JV_ERR_COM_NOT_OPEN when not open.
     virtual unsigned int write(void* buffer, unsigned int size) = 0;
-    // Discard what waits to be sent, and what the device and driver received and nobody has read.
+    // Discard bytes that wait to be sent, or that device and driver have received and nothing has read.
     virtual unsigned int purge_tx() = 0;
     virtual unsigned int purge_rx() = 0;
 
-    // The driver's handle; null while closed. It stays the transport's.
+    // The driver's handle; null while closed. The transport owns it. Any thread, at any time.
     void* get_com_handle();
-    // The record of the device opened last; a record of no device before. Not while open_by_index runs.
+    // The record of the device opened last; a record of no device before the first open.
     boost::shared_ptr<CComInfo> get_com_info();
-    // Takes every received byte, oldest first; empty when there is none.
+    // Takes every received byte, oldest first; empty when there is none. For the consumer.
     std::vector<unsigned char> read_input_data();
-    // Waits for bytes to arrive, at most 30 ms anew after each wake-up. True when some came since the last true; false
-    // on a time-out, and at once while the listening thread is being stopped.
+    // Waits for bytes, at most 30 ms; each wake-up without bytes restarts the 30 ms, which bound how long the consumer
+    // goes without looking at its own stop flag. True when bytes have arrived since the last true; false on a time-out,
+    // and at once while the listening thread is being stopped. For the consumer.
     bool wait_for_rx_bytes();
 
   protected:
@@ -66,18 +72,55 @@ class JV_API CAbstractCom {
     boost::shared_ptr<CComInfo> m_com_info;
     std::atomic<void*> m_com_handle{nullptr};
     std::vector<unsigned char> m_rx_buffer; // guarded by m_rx_mutex
-    bool m_rx_ready = false;             // bytes came since the last true of wait_for_rx_bytes; guarded by m_rx_mutex
-    std::atomic<bool> m_rx_abort{false}; // the listening thread is being stopped
+    bool m_rx_ready = false; // bytes arrived since the last true of wait_for_rx_bytes; guarded by m_rx_mutex
+    std::atomic<bool> m_rx_abort{false};     // the listening thread is being stopped
     const std::int64_t m_rx_timeout = 30000; // microseconds
     boost::condition_variable m_rx_cond;     // notified after each delivery, unlocked
     boost::mutex m_rx_mutex;
     unsigned int m_rx_bytes = 0; // guarded by m_rx_mutex
 
+    // ---- For the links of this library; not exported ----
+
     // The largest delivery of a listening thread, in bytes.
-    JV_LOCAL static constexpr std::size_t max_delivery = 65536;
+    static constexpr std::size_t max_delivery = 65536;
+
+    // Delivers `count` bytes on the listening thread. `lock` holds m_rx_mutex; `append(m_rx_buffer)` adds the bytes, or
+    // leaves the buffer as it was and returns false, which this function returns then. Unlocks before it notifies.
+    template <class Append>
+    bool deliver(boost::unique_lock<boost::mutex>& lock, std::size_t count, Append append) {
+        m_rx_bytes = static_cast<unsigned int>(count);
+        if (!append(m_rx_buffer))
+            return false;
+        ++m_cp_listening_loop_with_data;
+        m_rx_ready = true;
+        lock.unlock();
+        m_rx_cond.notify_all();
+        return true;
+    }
+    // Ends a stop of the listening thread: waits are allowed again, and no delivery is announced any more.
+    void end_receiving();
+    // Drops the received bytes that nothing has taken.
+    void forget_received();
+
+    // Starts the listening thread with `body` and returns when the body has called listening_began() or has ended, by
+    // `listening_ended`; until then it looks every `poll_ms`, since the body notifies nothing. Returns
+    // m_listening_failure. Throws boost::thread_resource_error when no thread can be created or the failure is
+    // JV_ERR_NO_RESOURCES.
+    unsigned int run_listening_thread(const std::function<void()>& body, int poll_ms);
+    void listening_began();
+    void listening_ended();
+    // Waits for the end of the listening thread; harmless when there is none.
+    void join_listening_thread();
+
+    boost::shared_ptr<boost::thread> m_listening_thread;
+    std::atomic<bool> m_listening_stopped{true};      // no listening loop runs, or it has been asked to stop
+    std::atomic<bool> m_listening_ready{false};       // the loop runs or has ended: its starter need not wait longer
+    std::atomic<unsigned int> m_listening_failure{0}; // why the thread could not begin to listen
+    std::atomic<unsigned short> m_cp_listening_loop{0};
+    std::atomic<unsigned short> m_cp_listening_loop_with_data{0};
 };
 
-// A network link: declared, with no operations of its own; nothing makes one.
+// A network link: declared, without operations of its own; nothing creates one.
 class JV_API CTcpIpCom : public CAbstractCom {
   protected:
     ~CTcpIpCom() = default;

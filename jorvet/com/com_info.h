@@ -1,20 +1,23 @@
-// Records that describe attached devices. Enumerations make them, on the heap and as their concrete class; once made
-// they are not changed, and any thread may read them through its shared pointer.
+// Records that describe attached devices. The device lists make them on the heap, as their concrete class, and hold
+// them by boost::shared_ptr. A list's records are not changed after it returns them, and any thread may read them. The
+// record of an open link is replaced or changed by open_by_index alone.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// One attached device, or, as made here, none (com_type 0xFF).
+#include "jorvet/base/kinds.h"
+
+// One attached device or, default-constructed, none.
 struct CComInfo {
     std::string serial_number; // FTDI only
     std::string description;   // FTDI: description; Cypress: friendly name
     std::uint32_t index = 0;   // place in its link's own list: what open_by_index takes
-    std::uint8_t in_use = 0;   // FTDI: 1 when opened by anybody; Cypress: 1 when it could not be opened to look at it
-    std::uint8_t com_type = 0xFF; // 0 FTDI, 1 Cypress
+    std::uint8_t in_use = 0;   // FTDI: 1 if any program has it open; Cypress: 1 if the list could not open it
+    std::uint8_t com_type = JV_KIND_NONE;
 };
 
-// An FTDI bridge: adds the four numbers of its node in the D2XX device list.
+// An FTDI bridge: adds the numbers of its node in the D2XX device list.
 struct CUsbFtd2xxComInfo : CComInfo {
     std::uint32_t flags = 0; // bit 0: opened
     std::uint32_t type = 0;

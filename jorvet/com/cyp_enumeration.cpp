@@ -2,8 +2,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include <boost/make_shared.hpp>
-
+#include "jorvet/com/list_lookup.h"
 #include "jorvet/com/usb_cyp_com.h"
 
 namespace {
@@ -12,13 +11,13 @@ constexpr int open_first_device = 1;
 
 bool opens(CCyUSBDevice& device, UCHAR index) try {
     return device.Open(index);
-} catch (const char*) { // the one before does not close
+} catch (const char*) { // the previous device does not close
     return false;
 }
 
 boost::shared_ptr<CUsbCypComInfo> record_of(CCyUSBDevice& device, UCHAR index) {
     auto record = boost::make_shared<CUsbCypComInfo>();
-    record->com_type = 1;
+    record->com_type = JV_KIND_CYPRESS;
     record->index = index;
     if (!opens(device, index)) {
         record->in_use = 1;
@@ -34,14 +33,6 @@ boost::shared_ptr<CUsbCypComInfo> record_of(CCyUSBDevice& device, UCHAR index) {
     return record;
 }
 
-template <typename Predicate>
-std::vector<boost::shared_ptr<CUsbCypComInfo>> records_where(Predicate matches) {
-    auto records = CUsbCypCom::get_all_com_info_list();
-    const auto differs = [&](const boost::shared_ptr<CUsbCypComInfo>& record) { return !matches(*record); };
-    records.erase(std::remove_if(records.begin(), records.end(), differs), records.end());
-    return records;
-}
-
 } // namespace
 
 std::vector<boost::shared_ptr<CUsbCypComInfo>> CUsbCypCom::get_all_com_info_list() {
@@ -54,14 +45,15 @@ std::vector<boost::shared_ptr<CUsbCypComInfo>> CUsbCypCom::get_all_com_info_list
 }
 
 boost::shared_ptr<CUsbCypComInfo> CUsbCypCom::get_com_info_by_index(unsigned char index) {
-    const auto records = get_all_com_info_list();
-    return index < records.size() ? records[index] : boost::make_shared<CUsbCypComInfo>();
+    return jorvet::com::record_at(get_all_com_info_list(), index);
 }
 
 std::vector<boost::shared_ptr<CUsbCypComInfo>> CUsbCypCom::get_com_info_by_name(std::string description) {
-    return records_where([&](const CUsbCypComInfo& record) { return record.description == description; });
+    return jorvet::com::records_where(get_all_com_info_list(),
+                                      [&](const CUsbCypComInfo& record) { return record.description == description; });
 }
 
 std::vector<boost::shared_ptr<CUsbCypComInfo>> CUsbCypCom::get_com_info_by_sn(std::string serial_number) {
-    return records_where([&](const CUsbCypComInfo& record) { return record.serial_number == serial_number; });
+    return jorvet::com::records_where(
+        get_all_com_info_list(), [&](const CUsbCypComInfo& record) { return record.serial_number == serial_number; });
 }

@@ -1,25 +1,25 @@
-// The FTDI link's device list: the D2XX stock of bridges as records, and the look-ups in it. Any thread.
+// The FTDI link's device list: the D2XX device list as records, and the look-ups in it. Any thread.
 #include <algorithm>
 #include <cstring>
 
-#include <boost/make_shared.hpp>
-
+#include "jorvet/com/list_lookup.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
 #include "jorvet/system/d2xx.h"
 
 namespace {
 
-constexpr std::size_t usual_bridges = 20;
+// Room for at least so many nodes, should the driver report more between the two calls than at the first.
+constexpr std::size_t min_nodes = 20;
 
-// The driver keeps one stock for the whole process: taking it and reading it must not be overtaken by another thread.
-boost::mutex stock_mutex;
+// The driver keeps one device list per process: no other thread may rebuild it between the two calls.
+boost::mutex list_mutex;
 
-std::vector<FT_DEVICE_LIST_INFO_NODE> take_stock() {
-    const boost::unique_lock<boost::mutex> lock(stock_mutex);
+std::vector<FT_DEVICE_LIST_INFO_NODE> device_nodes() {
+    const boost::unique_lock<boost::mutex> lock(list_mutex);
     DWORD count = 0;
     if (FT_CreateDeviceInfoList(&count) != FT_OK || count == 0)
         return {};
-    std::vector<FT_DEVICE_LIST_INFO_NODE> nodes(std::max<std::size_t>(count, usual_bridges));
+    std::vector<FT_DEVICE_LIST_INFO_NODE> nodes(std::max<std::size_t>(count, min_nodes));
     if (FT_GetDeviceInfoList(nodes.data(), &count) != FT_OK)
         return {};
     nodes.resize(std::min<std::size_t>(count, nodes.size()));
@@ -37,7 +37,7 @@ boost::shared_ptr<CUsbFtd2xxComInfo> record_of(const FT_DEVICE_LIST_INFO_NODE& n
     record->description = text_of(node.Description);
     record->index = static_cast<std::uint32_t>(index);
     record->in_use = (node.Flags & FT_FLAGS_OPENED) != 0 ? 1 : 0;
-    record->com_type = 0;
+    record->com_type = JV_KIND_FTDI;
     record->flags = node.Flags;
     record->type = node.Type;
     record->id = node.ID;
@@ -46,40 +46,36 @@ boost::shared_ptr<CUsbFtd2xxComInfo> record_of(const FT_DEVICE_LIST_INFO_NODE& n
 }
 
 template <typename Predicate>
-std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> records_where(Predicate matches) {
-    auto records = CUsbFtd2xxCom::get_all_com_info_list();
-    const auto differs = [&](const boost::shared_ptr<CUsbFtd2xxComInfo>& record) { return !matches(*record); };
-    records.erase(std::remove_if(records.begin(), records.end(), differs), records.end());
-    return records;
+std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> bridges_where(Predicate matches) {
+    return jorvet::com::records_where(CUsbFtd2xxCom::get_all_com_info_list(), matches);
 }
 
 } // namespace
 
 std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> CUsbFtd2xxCom::get_all_com_info_list() {
     std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> records;
-    for (const FT_DEVICE_LIST_INFO_NODE& node : take_stock())
+    for (const FT_DEVICE_LIST_INFO_NODE& node : device_nodes())
         records.push_back(record_of(node, records.size()));
     return records;
 }
 
 boost::shared_ptr<CUsbFtd2xxComInfo> CUsbFtd2xxCom::get_com_info_by_index(unsigned char index) {
-    const auto records = get_all_com_info_list();
-    return index < records.size() ? records[index] : boost::make_shared<CUsbFtd2xxComInfo>();
+    return jorvet::com::record_at(get_all_com_info_list(), index);
 }
 
 std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> CUsbFtd2xxCom::get_com_info_by_id(unsigned int id) {
-    return records_where([&](const CUsbFtd2xxComInfo& record) { return record.id == id; });
+    return bridges_where([&](const CUsbFtd2xxComInfo& record) { return record.id == id; });
 }
 
 std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> CUsbFtd2xxCom::get_com_info_by_name(std::string description) {
-    return records_where([&](const CUsbFtd2xxComInfo& record) { return record.description == description; });
+    return bridges_where([&](const CUsbFtd2xxComInfo& record) { return record.description == description; });
 }
 
 std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> CUsbFtd2xxCom::get_com_info_by_sn(std::string serial_number) {
-    return records_where([&](const CUsbFtd2xxComInfo& record) { return record.serial_number == serial_number; });
+    return bridges_where([&](const CUsbFtd2xxComInfo& record) { return record.serial_number == serial_number; });
 }
 
 boost::shared_ptr<CUsbFtd2xxComInfo> CUsbFtd2xxCom::get_com_info_by_locid(unsigned int loc_id) {
-    const auto records = records_where([&](const CUsbFtd2xxComInfo& record) { return record.loc_id == loc_id; });
+    const auto records = bridges_where([&](const CUsbFtd2xxComInfo& record) { return record.loc_id == loc_id; });
     return records.empty() ? boost::make_shared<CUsbFtd2xxComInfo>() : records.back();
 }

@@ -7,7 +7,6 @@
 
 #include <boost/chrono/duration.hpp>
 #include <boost/make_shared.hpp>
-#include <boost/throw_exception.hpp>
 
 #include "jorvet/base/status.h"
 #include "jorvet/com/descriptor_report.h"
@@ -17,9 +16,11 @@ namespace {
 
 constexpr int open_first_device = 1;
 constexpr DWORD no_limit = 0xFFFFFFFF;
-constexpr DWORD usb3_wait_ms = 5;
+constexpr DWORD usb3_wait_ms = 5; // a SuperSpeed controller may hold bytes back until its transfer is ended
 constexpr DWORD write_wait_ms = 5000;
-constexpr int stop_wait_ms = 50;
+constexpr int first_transfer_wait_ms = 10; // gives the first IN transfer time to reach the device
+constexpr int ready_poll_ms = 2;           // while the opening thread waits for the listening thread
+constexpr int stop_wait_ms = 50;           // between two aborts, should the driver refuse the first
 
 void cancel_and_clear(CCyUSBEndPoint* endpoint) {
     if (endpoint == nullptr)
@@ -28,7 +29,7 @@ void cancel_and_clear(CCyUSBEndPoint* endpoint) {
     endpoint->Reset();
 }
 
-// The IN transfer of a listening thread. It is ended before the buffer that it fills can go.
+// The IN transfer of a listening thread. Its destructor ends the transfer, so that the buffer outlives it.
 class in_transfer {
   public:
     explicit in_transfer(CCyBulkEndPoint& endpoint) : endpoint_(endpoint) {}
@@ -52,7 +53,8 @@ class in_transfer {
         if (context_ != nullptr && !endpoint_.WaitForXfer(record_.get(), milliseconds))
             endpoint_.Abort();
     }
-    // True when all went well; `moved` bytes came in any case. Waits for the end of what was cancelled.
+    // True when the transfer succeeded; `*moved` becomes the bytes received either way. Waits for the end of a
+    // cancelled transfer.
     bool finish(LONG* moved = nullptr) {
         LONG length = room_;
         const bool ok = endpoint_.FinishDataXfer(buffer_, length, record_.get(), context_, nullptr);
@@ -101,14 +103,14 @@ unsigned int CUsbCypCom::open_by_index(unsigned char index) {
     return start_listening_thread();
 }
 
-// Whether a device is open now, perhaps without a selected interface.
+// Returns whether a device is open now; it may lack a selected interface.
 bool CUsbCypCom::open_device(unsigned char index) try {
     if (!m_device.Open(index)) {
         m_device.Reset();
         m_device.Open(index);
     }
     return m_device.DeviceHandle != INVALID_HANDLE_VALUE;
-} catch (const char*) { // the device held before does not close
+} catch (const char*) { // the previous device does not close
     return false;
 }
 
@@ -183,36 +185,25 @@ unsigned int CUsbCypCom::purge_rx() {
 unsigned int CUsbCypCom::start_listening_thread() {
     if (!is_open())
         return JV_ERR_COM_NOT_OPEN;
-    if (m_listening_thread.joinable())
+    if (m_listening_thread && m_listening_thread->joinable())
         stop_listening_thread();
     purge_tx();
     purge_rx();
-    m_listening_ready = false;
-    m_listening_failed = false;
-    m_listening_thread = boost::thread([this] { listening_loop(); });
-    while (!m_listening_ready)
-        boost::this_thread::sleep_for(boost::chrono::milliseconds(2));
-    if (m_listening_failed)
-        boost::throw_exception(boost::thread_resource_error());
-    return JV_OK;
+    return run_listening_thread([this] { listening_loop(); }, ready_poll_ms);
 }
 
-// The flag goes first: a loop that starts its next transfer after the abort sees it and ends that transfer itself.
+// The flag is set before the abort: a loop that starts its next transfer after the abort sees the flag and ends that
+// transfer itself.
 unsigned int CUsbCypCom::stop_listening_thread() {
     m_listening_stopped = true;
     m_rx_abort = true;
     purge_tx();
     purge_rx();
-    if (m_listening_thread.joinable()) {
-        while (!m_listening_thread.try_join_for(boost::chrono::milliseconds(stop_wait_ms)))
-            purge_rx(); // the driver refused the abort, and the thread waits for its transfer
+    if (m_listening_thread && m_listening_thread->joinable()) {
+        while (!m_listening_thread->try_join_for(boost::chrono::milliseconds(stop_wait_ms)))
+            purge_rx(); // the driver refused the abort, and the thread still waits for its transfer
     }
-    {
-        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
-        m_rx_ready = false;
-        m_rx_bytes = 0;
-    }
-    m_rx_abort = false;
+    end_receiving();
     return JV_OK;
 }
 
@@ -220,14 +211,13 @@ void CUsbCypCom::listening_loop() {
     try {
         if (m_device.BulkInEndPt != nullptr && m_device.BulkOutEndPt != nullptr)
             listen();
-    } catch (const std::bad_alloc&) { // a frame would be lost if it went on
-        m_listening_failed = true;
+    } catch (const std::bad_alloc&) { // going on would lose a frame
+        m_listening_failure = JV_ERR_NO_RESOURCES;
     }
-    m_listening_stopped = true;
-    m_listening_ready = true;
+    listening_ended();
 }
 
-// The next transfer is under way while the bytes of the one before are delivered.
+// The next transfer is pending while the bytes of the previous one are delivered.
 void CUsbCypCom::listen() {
     CCyBulkEndPoint& in = *m_device.BulkInEndPt;
     std::vector<unsigned char> current(max_delivery);
@@ -240,15 +230,14 @@ void CUsbCypCom::listen() {
     purge_rx();
     const DWORD wait_ms = jorvet::cyusb::is_usb3(m_device.BcdUsb) ? usb3_wait_ms : no_limit;
     bool started = transfer.begin(current);
-    boost::this_thread::sleep_for(boost::chrono::milliseconds(10));
-    m_listening_stopped = false;
-    m_listening_ready = true;
+    boost::this_thread::sleep_for(boost::chrono::milliseconds(first_transfer_wait_ms));
+    listening_began();
     do {
         transfer.wait(wait_ms);
-        std::fill(next.begin(), next.end(), 0);
+        std::fill(next.begin(), next.end(), 0); // bytes that a driver claims but does not write read as 0
         LONG length = 0;
         const bool ok = transfer.finish(&length);
-        // Asked now, because the next start overwrites the status words.
+        // Evaluated here because the next start overwrites the status words.
         const bool failed = !started || in.NtStatus != 0 || in.UsbdStatus != 0;
         started = transfer.begin(next);
         if (!ok && length != 0) {
@@ -256,7 +245,7 @@ void CUsbCypCom::listen() {
             in.Abort();
         }
         if (length != 0)
-            deliver(current, static_cast<std::size_t>(length));
+            deliver_from(current, static_cast<std::size_t>(length));
         ++m_cp_listening_loop;
         current.swap(next);
         if (failed)
@@ -264,15 +253,12 @@ void CUsbCypCom::listen() {
     } while (!m_listening_stopped);
 }
 
-void CUsbCypCom::deliver(const std::vector<unsigned char>& bytes, std::size_t count) {
-    {
-        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
-        m_rx_bytes = static_cast<unsigned int>(count);
-        m_rx_buffer.insert(m_rx_buffer.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
-        ++m_cp_listening_loop_with_data;
-        m_rx_ready = true;
-    }
-    m_rx_cond.notify_all();
+void CUsbCypCom::deliver_from(const std::vector<unsigned char>& bytes, std::size_t count) {
+    boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+    deliver(lock, count, [&](std::vector<unsigned char>& buffer) {
+        buffer.insert(buffer.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
+        return true;
+    });
 }
 
 unsigned short CUsbCypCom::get_cp_listening_loop() {

@@ -5,10 +5,6 @@
 #include <cstring>
 #include <new>
 
-#include <boost/chrono/duration.hpp>
-#include <boost/make_shared.hpp>
-#include <boost/throw_exception.hpp>
-
 #include "jorvet/base/status.h"
 #include "jorvet/system/d2xx.h"
 
@@ -21,8 +17,9 @@ constexpr ULONG no_read_timeout = 0;
 constexpr ULONG write_timeout_ms = 100;
 constexpr UCHAR latency_ms = 10;
 constexpr DWORD pipe_retries = 100;
-constexpr DWORD listening_wait_ms = 50;
-constexpr unsigned char filler = 0xEE;
+constexpr DWORD listening_wait_ms = 50;       // how long a stop or an unplugged bridge may go unnoticed
+constexpr int ready_poll_ms = 5;              // while the opening thread waits for the listening thread
+constexpr unsigned char unread_filler = 0xEE; // makes bytes that a driver claims but does not write stand out
 constexpr ULONG purge_both = FT_PURGE_RX | FT_PURGE_TX;
 constexpr FT_STATUS d2xx_statuses = FT_DEVICE_LIST_NOT_READY + 1;
 
@@ -33,7 +30,7 @@ CUsbFtd2xxCom::CUsbFtd2xxCom() = default;
 CUsbFtd2xxCom::~CUsbFtd2xxCom() {
     if (is_open())
         close();
-    join_listening_thread(); // of a link that closed by itself
+    join_listening_thread(); // of a link that closed itself
 }
 
 unsigned int CUsbFtd2xxCom::load() {
@@ -63,7 +60,7 @@ unsigned int CUsbFtd2xxCom::open_by_index(unsigned char index) {
         if (is_open())
             return status;
     }
-    join_listening_thread(); // of a link that closed by itself
+    join_listening_thread(); // of a link that closed itself
 
     FT_HANDLE handle = nullptr;
     const FT_STATUS opened = FT_Open(index, &handle);
@@ -79,7 +76,7 @@ unsigned int CUsbFtd2xxCom::open_by_index(unsigned char index) {
     return status;
 }
 
-// The fixed settings of the link; the D2XX status of the first that fails.
+// Makes the fixed settings of the link. Returns the D2XX status of the first one that fails, or FT_OK.
 unsigned int CUsbFtd2xxCom::configure() {
     const FT_HANDLE handle = m_com_handle;
     FT_STATUS status = FT_ResetDevice(handle);
@@ -123,11 +120,11 @@ unsigned int CUsbFtd2xxCom::open_by_tcpip(std::string&, int) {
 unsigned int CUsbFtd2xxCom::close() {
     if (!is_open())
         return JV_ERR_COM_NOT_OPEN;
-    // The thread goes first: afterwards nobody calls the driver with a closed handle.
+    // Stopping the thread first keeps it from calling the driver with a closed handle.
     stop_listening_thread();
     forget_received();
     const FT_HANDLE handle = m_com_handle;
-    if (handle == nullptr) // the bridge failed meanwhile, and the thread closed it
+    if (handle == nullptr) // the bridge failed in the meantime, and the listening thread closed it
         return JV_ERR_COM_NOT_OPEN;
     FT_Purge(handle, purge_both);
     FT_ResetDevice(handle);
@@ -160,8 +157,8 @@ unsigned int CUsbFtd2xxCom::purge_tx() {
     return FT_Purge(m_com_handle, FT_PURGE_TX);
 }
 
-// Not between the listening thread's look at the driver's queue and its read, which would then wait for bytes that
-// are gone.
+// The lock keeps it out from between the listening thread's query of the driver's queue and its read, which would then
+// wait for bytes that are gone.
 unsigned int CUsbFtd2xxCom::purge_rx() {
     const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
     return FT_Purge(m_com_handle, FT_PURGE_RX);
@@ -174,14 +171,7 @@ unsigned int CUsbFtd2xxCom::start_listening_thread() {
     purge_rx();
     m_listening_stopped = true;
     join_listening_thread();
-    m_listening_ready = false;
-    m_listening_failure = JV_OK;
-    m_listening_thread = boost::make_shared<boost::thread>([this] { listening_loop(); });
-    while (!m_listening_ready)
-        boost::this_thread::sleep_for(boost::chrono::milliseconds(5));
-    if (m_listening_failure == JV_ERR_NO_RESOURCES)
-        boost::throw_exception(boost::thread_resource_error());
-    return m_listening_failure;
+    return run_listening_thread([this] { listening_loop(); }, ready_poll_ms);
 }
 
 unsigned int CUsbFtd2xxCom::stop_listening_thread() {
@@ -190,30 +180,18 @@ unsigned int CUsbFtd2xxCom::stop_listening_thread() {
     purge_rx();
     m_listening_stopped = true;
     join_listening_thread();
-    {
-        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
-        m_rx_ready = false;
-        m_rx_bytes = 0;
-    }
-    m_rx_abort = false;
+    end_receiving();
     return JV_OK;
-}
-
-void CUsbFtd2xxCom::join_listening_thread() {
-    if (m_listening_thread && m_listening_thread->joinable())
-        m_listening_thread->join();
 }
 
 void CUsbFtd2xxCom::listening_loop() {
     m_rx_event = CreateEventA(nullptr, FALSE, FALSE, "");
     if (m_rx_event == nullptr) {
         m_listening_failure = JV_ERR_NO_RESOURCES;
-        m_listening_ready = true;
-        return;
+        return listening_ended();
     }
     if (prepare_listening()) {
-        m_listening_stopped = false;
-        m_listening_ready = true;
+        listening_began();
         do {
             if (!listen_once()) {
                 shut_down();
@@ -223,10 +201,11 @@ void CUsbFtd2xxCom::listening_loop() {
         } while (!m_listening_stopped);
     }
     CloseHandle(m_rx_event);
-    m_listening_ready = true;
+    listening_ended();
 }
 
-// Has the driver signal arrivals, and discards what came before. False with m_listening_failure set.
+// Registers the event that the driver signals when bytes arrive, and discards bytes received before. False with
+// m_listening_failure set.
 bool CUsbFtd2xxCom::prepare_listening() {
     const FT_STATUS status = FT_SetEventNotification(m_com_handle, FT_EVENT_RXCHAR, m_rx_event);
     if (status != FT_OK) {
@@ -243,14 +222,14 @@ bool CUsbFtd2xxCom::prepare_listening() {
     return true;
 }
 
-// One pass: waits for bytes and delivers them, or asks after the bridge. False when the bridge has failed.
+// One pass: waits for bytes and delivers them; without bytes, checks the bridge. False when the bridge has failed.
 bool CUsbFtd2xxCom::listen_once() {
     if (WaitForSingleObject(m_rx_event, listening_wait_ms) == WAIT_OBJECT_0) {
         std::size_t count = 0;
-        if (!deliver(count))
+        if (!deliver_queued(count))
             return false;
         if (count == max_delivery)
-            SetEvent(m_rx_event); // more may be queued: the next pass does not wait
+            SetEvent(m_rx_event); // more bytes may be queued, so the next pass must not wait
         if (count > 0)
             return true;
     }
@@ -260,34 +239,29 @@ bool CUsbFtd2xxCom::listen_once() {
     return mapped(FT_GetStatus(m_com_handle, &received, &to_send, &events)) == JV_OK;
 }
 
-// Reads what the driver has, up to a full delivery, straight into the end of the receive buffer; `count` bytes, none
-// once a stop was requested. False when the bridge, or memory, fails.
-bool CUsbFtd2xxCom::deliver(std::size_t& count) try {
-    {
-        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
-        DWORD waiting = 0;
-        FT_GetQueueStatus(m_com_handle, &waiting);
-        if (waiting == 0 || m_listening_stopped)
-            return true;
-        count = std::min<std::size_t>(waiting, max_delivery);
-        m_rx_bytes = static_cast<unsigned int>(count);
-        const std::size_t before = m_rx_buffer.size();
-        m_rx_buffer.resize(before + count, filler);
-        if (read(m_rx_buffer.data() + before, m_rx_bytes) != JV_OK) {
-            m_rx_buffer.resize(before);
-            return false;
-        }
-        ++m_cp_listening_loop_with_data;
-        m_rx_ready = true;
-    }
-    m_rx_cond.notify_all();
-    return true;
+// Reads the bytes that the driver has, at most one delivery, straight into the end of the receive buffer. `count`
+// becomes their number; it stays 0 once a stop was requested. False when the bridge or memory fails.
+bool CUsbFtd2xxCom::deliver_queued(std::size_t& count) try {
+    boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+    DWORD waiting = 0;
+    FT_GetQueueStatus(m_com_handle, &waiting);
+    if (waiting == 0 || m_listening_stopped)
+        return true;
+    count = std::min<std::size_t>(waiting, max_delivery);
+    return deliver(lock, count, [&](std::vector<unsigned char>& buffer) {
+        const std::size_t before = buffer.size();
+        buffer.resize(before + count, unread_filler);
+        const bool ok = read(buffer.data() + before, static_cast<unsigned int>(count)) == JV_OK;
+        if (!ok)
+            buffer.resize(before);
+        return ok;
+    });
 } catch (const std::bad_alloc&) {
     return false;
 }
 
-// The listening thread closes a link that has failed. The handle goes last: whoever sees the link closed finds it
-// empty.
+// The listening thread closes a link whose bridge has failed. It clears the handle last, so that a thread that sees the
+// link closed also finds it empty.
 void CUsbFtd2xxCom::shut_down() {
     m_listening_stopped = true;
     m_rx_abort = true;
@@ -296,15 +270,8 @@ void CUsbFtd2xxCom::shut_down() {
     FT_ResetDevice(handle);
     FT_Close(handle);
     forget_received();
-    m_rx_abort = false;
+    end_receiving();
     m_com_handle = nullptr;
-}
-
-void CUsbFtd2xxCom::forget_received() {
-    const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
-    m_rx_ready = false;
-    m_rx_bytes = 0;
-    m_rx_buffer.clear();
 }
 
 unsigned short CUsbFtd2xxCom::get_cp_listening_loop() {

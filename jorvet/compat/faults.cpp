@@ -4,7 +4,9 @@
 #include <atomic>
 #include <mutex>
 
-namespace jorvet::platform::faults {
+#include "jorvet/base/never_destroyed.h"
+
+namespace jorvet::compat::faults {
 
 namespace {
 
@@ -24,10 +26,8 @@ struct plan {
     }
 };
 
-// Never destroyed: threads that outlive main may still ask.
 plan& current() {
-    static plan& it = *new plan;
-    return it;
+    return never_destroyed<plan>();
 }
 
 } // namespace
@@ -67,4 +67,4 @@ std::optional<std::uint32_t> due(const char* function) {
     return std::nullopt;
 }
 
-} // namespace jorvet::platform::faults
+} // namespace jorvet::compat::faults

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "jorvet/platform/export.h"
+#include "jorvet/base/export.h"
 
-namespace jorvet::platform::faults {
+namespace jorvet::compat::faults {
 
 // From now on the `nth` call (1 is the next) of `function` ("FT_Write", "CreateEventA", …; "FT_*" any function with
 // that beginning, counted together) fails with `error` (an FT_STATUS, or a last error) without doing anything; with
@@ -26,13 +26,13 @@ JV_PLATFORM_API unsigned calls_seen();
 JV_PLATFORM_API std::optional<std::uint32_t> due(const char* function);
 
 // Disarms when it goes out of scope, so that a failing test leaves nothing behind.
-struct Scope {
-    Scope(const std::string& function, unsigned nth, std::uint32_t error, bool from_then_on = false) {
+struct scope {
+    scope(const std::string& function, unsigned nth, std::uint32_t error, bool from_then_on = false) {
         fail(function, nth, error, from_then_on);
     }
-    ~Scope() { clear(); }
-    Scope(const Scope&) = delete;
-    Scope& operator=(const Scope&) = delete;
+    ~scope() { clear(); }
+    scope(const scope&) = delete;
+    scope& operator=(const scope&) = delete;
 };
 
-} // namespace jorvet::platform::faults
+} // namespace jorvet::compat::faults

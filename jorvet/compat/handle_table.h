@@ -8,7 +8,7 @@
 #include <mutex>
 #include <unordered_map>
 
-namespace jorvet::platform {
+namespace jorvet::compat {
 
 template <class Object>
 class handle_table {
@@ -60,4 +60,4 @@ class handle_table {
     std::unordered_map<std::uintptr_t, std::shared_ptr<Object>> objects_;
 };
 
-} // namespace jorvet::platform
+} // namespace jorvet::compat

@@ -7,6 +7,7 @@
 #include <boost/make_shared.hpp>
 
 #include "jorvet/base/diagnostics.h"
+#include "jorvet/base/kinds.h"
 #include "jorvet/base/status.h"
 #include "jorvet/com/usb_cyp_com.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
@@ -26,14 +27,12 @@ const std::type_info& instance_type = typeid(CJorvet);
 
 namespace {
 
-constexpr unsigned int kind_ftdi = 0;
-constexpr unsigned int kind_cypress = 1;
 constexpr unsigned char deaf_mode = 3; // in this mode the board's bytes mean nothing to us
 
 boost::shared_ptr<CAbstractCom> make_com(unsigned int kind) {
-    if (kind == kind_ftdi)
+    if (kind == JV_KIND_FTDI)
         return boost::shared_ptr<CAbstractCom>(boost::make_shared<CUsbFtd2xxCom>());
-    if (kind == kind_cypress)
+    if (kind == JV_KIND_CYPRESS)
         return boost::shared_ptr<CAbstractCom>(boost::make_shared<CUsbCypCom>());
     return {};
 }
@@ -149,7 +148,7 @@ bool CJorvet::crc_calc(IProtocol::REPLY_FRAME* frame) {
 }
 
 // Runs on the background thread: makes the one record of each frame and queues it. Notifies after unlocking.
-class JV_LOCAL CJorvet::receiver final : public jorvet::core::receive_sink {
+class CJorvet::receiver final : public jorvet::core::receive_sink {
   public:
     explicit receiver(CJorvet& instance) : jorvet_(instance) {}
 

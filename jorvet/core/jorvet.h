@@ -110,11 +110,11 @@ class JV_API CJorvet {
   private:
     class receiver; // queues what the receive engine finds
 
-    JV_LOCAL unsigned int prepare_connect();
-    JV_LOCAL unsigned int start_receiving();
-    JV_LOCAL void stop_receiving();
-    JV_LOCAL unsigned int run_request(const jorvet::protocol::request& rq, bool with_crc,
-                                      unsigned short* out_length = nullptr, unsigned char* out_data = nullptr);
+    unsigned int prepare_connect();
+    unsigned int start_receiving();
+    void stop_receiving();
+    unsigned int run_request(const jorvet::protocol::request& rq, bool with_crc, unsigned short* out_length = nullptr,
+                             unsigned char* out_data = nullptr);
 
     const unsigned int m_com_type;
     boost::shared_ptr<CAbstractCom> m_com;

@@ -10,9 +10,9 @@ using namespace jorvet::cyusb;
 
 namespace {
 
-constexpr unsigned most_entries = 255;
-constexpr unsigned most_endpoints = 31;
-constexpr unsigned most_other_descriptors = 11; // among the endpoints of one entry
+constexpr unsigned max_entries = 255;
+constexpr unsigned max_endpoints = 31;
+constexpr unsigned max_other_descriptors = 11; // among the endpoints of one entry
 
 // The descriptors that are still ahead of a walk.
 struct descriptor_range {
@@ -51,7 +51,7 @@ class endpoint_walk {
         : entry_(entry), device_(device), companions_(companions) {}
 
     void run(descriptor_range range) {
-        const unsigned wanted = std::min<unsigned>(entry_.bNumEndpoints, most_endpoints);
+        const unsigned wanted = std::min<unsigned>(entry_.bNumEndpoints, max_endpoints);
         while (built_ < wanted && range.has_next()) {
             const std::size_t taken = take(range);
             if (taken == 0)
@@ -66,7 +66,7 @@ class endpoint_walk {
     std::size_t take(const descriptor_range& range) {
         if (range.type() == descriptor_type::endpoint)
             return take_endpoint(range);
-        if (range.type() == descriptor_type::interface_setting || ++others_ > most_other_descriptors)
+        if (range.type() == descriptor_type::interface_setting || ++others_ > max_other_descriptors)
             return 0;
         return range.length();
     }
@@ -193,7 +193,7 @@ CCyUSBConfig::CCyUSBConfig(HANDLE device, const BYTE* bytes, std::size_t size, C
     descriptor_range range{bytes, std::min<std::size_t>(size, wTotalLength)};
     if (!range.has_next() || bLength < sizeof(*header))
         return;
-    for (range = range.rest(); range.has_next() && AltInterfaceCount < most_entries;) {
+    for (range = range.rest(); range.has_next() && AltInterfaceCount < max_entries;) {
         std::size_t taken = range.length();
         if (range.type() == descriptor_type::interface_setting) {
             const auto* descriptor = range.as<USB_INTERFACE_DESCRIPTOR>();

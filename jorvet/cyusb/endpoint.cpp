@@ -12,7 +12,7 @@ using namespace jorvet::cyusb;
 namespace {
 
 constexpr DWORD abort_wait_ms = 50;
-constexpr std::size_t most_packets = 1u << 27; // keeps the block, table and data, below 4 GiB
+constexpr std::size_t max_packets = 1u << 27; // keeps the block, table and data, below 4 GiB
 
 // Calls `action` with the endpoint as a pointer to its own class.
 template <class Action>
@@ -108,7 +108,7 @@ BYTE* CCyUSBEndPoint::BeginByMode(BYTE* buf, LONG len, OVERLAPPED* record) {
 }
 
 BYTE* CCyUSBEndPoint::Start(CCyXferMode mode, std::size_t packets, BYTE* buf, LONG len, OVERLAPPED* record) {
-    if (!IsOpen() || len < 0 || packets > most_packets)
+    if (!IsOpen() || len < 0 || packets > max_packets)
         return nullptr;
     const bool direct = mode == XferDirect;
     transfer_block block = make_block(packets * sizeof(CCyIsoPktInfo), !direct, buf, static_cast<std::size_t>(len));
@@ -331,8 +331,8 @@ void CCyUSBEndPoint::SetXferSize(ULONG size) {
     if (!IsOpen() || MaxPktSize == 0)
         return;
     const std::uint64_t packets = (std::uint64_t{size} + MaxPktSize - 1) / MaxPktSize;
-    const std::uint64_t most = 0xFFFFFFFFu / MaxPktSize;
-    transfer_size_record wanted{Address, static_cast<ULONG>(std::min(packets, most) * MaxPktSize)};
+    const std::uint64_t limit = 0xFFFFFFFFu / MaxPktSize;
+    transfer_size_record wanted{Address, static_cast<ULONG>(std::min(packets, limit) * MaxPktSize)};
     const driver_buffer same{&wanted, sizeof(wanted)};
     const driver_answer answer = call_driver(DeviceHandle, driver_request::set_transfer_size, same, same);
     if (!answer.ok)

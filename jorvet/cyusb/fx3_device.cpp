@@ -1,8 +1,6 @@
-// CCyFX3Device: vendor requests on endpoint 0. Runs on the caller's thread.
+// CCyFX3Device: vendor requests and downloads. Runs on the caller's thread.
 #include "jorvet/cyusb/fx3_device.h"
 
-#include <algorithm>
-#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -10,47 +8,24 @@
 
 using namespace jorvet::cyusb;
 
-namespace {
-
-constexpr LONG longest_transfer = 0xFFFF; // what wLength can say
-
-} // namespace
-
 CCyFX3Device::CCyFX3Device() : CCyUSBDevice(nullptr, CYUSBDRV_GUID, 1) {}
 
 // ---- Requests ------------------------------------------------------------------------------------------------------
 
-// One transfer; `length` becomes the bytes moved. False as XferData, or with no device open.
-bool CCyFX3Device::Transfer(UCHAR opCode, ULONG address, CCyDirection direction, UCHAR* buffer, LONG& length) {
-    if (ControlEndPt == nullptr || DeviceHandle == INVALID_HANDLE_VALUE)
-        return false;
-    ControlEndPt->Target = TargetDevice;
-    ControlEndPt->ReqType = ReqVendor;
-    ControlEndPt->Direction = direction;
-    ControlEndPt->ReqCode = opCode;
-    ControlEndPt->Value = static_cast<USHORT>(address & 0xFFFF);
-    ControlEndPt->Index = static_cast<USHORT>(address >> 16);
-    return ControlEndPt->XferData(buffer, length);
+// ControlEndPt outlives a handle that only DestroyHandle has closed.
+vendor_channel CCyFX3Device::VendorChannel() {
+    return vendor_channel(DeviceHandle == INVALID_HANDLE_VALUE ? nullptr : ControlEndPt);
 }
 
 bool CCyFX3Device::Ep0VendorCommand(vendorCmdData command) {
-    const CCyDirection direction = command.isRead ? DirToHost : DirToDevice;
+    const vendor_channel channel = VendorChannel();
+    if (command.size < 0)
+        return true;
     if (command.size == 0)
-        return Transfer(command.opCode, command.addr, direction, nullptr, command.size);
-    std::vector<UCHAR> chunk;
-    while (command.size > 0) {
-        LONG moved = std::min(command.size, longest_transfer);
-        chunk.assign(static_cast<std::size_t>(moved), 0);
-        if (!command.isRead)
-            std::memcpy(chunk.data(), command.buf, chunk.size());
-        if (!Transfer(command.opCode, command.addr, direction, chunk.data(), moved) || moved <= 0)
-            return false;
-        if (command.isRead)
-            std::memcpy(command.buf, chunk.data(), static_cast<std::size_t>(moved));
-        command.buf += moved;
-        command.size -= moved;
-    }
-    return true;
+        return channel.send(command.opCode, command.addr, command.isRead ? DirToHost : DirToDevice);
+    const auto size = static_cast<std::size_t>(command.size);
+    return command.isRead ? channel.read(command.opCode, command.addr, command.buf, size)
+                          : channel.write(command.opCode, command.addr, command.buf, size);
 }
 
 bool CCyFX3Device::DownloadBufferToDevice(ULONG address, USHORT count, UCHAR* buffer, UCHAR opCode) {
@@ -62,8 +37,7 @@ bool CCyFX3Device::UploadBufferFromDevice(ULONG address, USHORT count, UCHAR* bu
 }
 
 bool CCyFX3Device::SetProgramEntry(UCHAR opCode, ULONG address) {
-    LONG none = 0;
-    return Transfer(opCode, address << 16 | address >> 16, DirToDevice, nullptr, none);
+    return VendorChannel().send(opCode, address << 16 | address >> 16);
 }
 
 bool CCyFX3Device::IsBootLoaderRunning() {
@@ -80,22 +54,22 @@ bool CCyFX3Device::WriteToSPIFlash(UCHAR* buffer, ULONG length, ULONG address, U
 // ---- Downloads -----------------------------------------------------------------------------------------------------
 
 bool CCyFX3Device::EraseSectorOfSPIFlash(ULONG sector, UCHAR opCode) {
-    return fx3_download(*this).erase_sector(sector, opCode);
+    return fx3_download(VendorChannel()).erase_sector(sector, opCode);
 }
 
 int CCyFX3Device::DownloadFwToRam(const UCHAR* image, ULONG length, UCHAR opCode) {
-    return fx3_download(*this).to_ram({image, length}, opCode);
+    return fx3_download(VendorChannel()).to_ram({image, length}, opCode);
 }
 
 int CCyFX3Device::DownloadUserIMGtoI2CE2PROM(const UCHAR* image, ULONG length, UCHAR opCode) {
-    return fx3_download(*this).to_i2c({image, length}, opCode);
+    return fx3_download(VendorChannel()).to_i2c({image, length}, opCode);
 }
 
 int CCyFX3Device::DownloadUserIMGtoSPIFLASH(const UCHAR* image, ULONG length, UCHAR opCode) {
-    return fx3_download(*this).to_spi({image, length}, opCode);
+    return fx3_download(VendorChannel()).to_spi({image, length}, opCode);
 }
 
 int CCyFX3Device::DownloadFw(const char* fileName, FX3_FWDWNLOAD_MEDIA_TYPE medium) {
     const std::vector<UCHAR> image = read_image(fileName);
-    return image.empty() ? FX3_NO_FILE : fx3_download(*this).to_medium(medium, {image.data(), image.size()});
+    return image.empty() ? FX3_NO_FILE : fx3_download(VendorChannel()).to_medium(medium, {image.data(), image.size()});
 }

@@ -12,13 +12,13 @@ namespace jorvet::cyusb {
 
 namespace {
 
-constexpr std::size_t most_in_a_request = CYWB_BL_MAX_BUFFER_SIZE_WHEN_USING_EP0_TRANSPORT;
+constexpr std::size_t max_request = CYWB_BL_MAX_BUFFER_SIZE_WHEN_USING_EP0_TRANSPORT;
 constexpr int attempts = 3; // for a piece of a RAM image
 constexpr UCHAR erased_byte = 0xFF;
 constexpr int prompt_polls = 4;
 constexpr std::chrono::milliseconds poll_pause{10}; // between the polls after those
 
-static_assert(ram_image::longest_piece == most_in_a_request);
+static_assert(ram_image::longest_piece == max_request);
 
 // ---- Places in a row of EEPROMs ------------------------------------------------------------------------------------
 
@@ -44,7 +44,7 @@ struct i2c_place {
 
     // Goes on behind a whole chunk, which ends at `offset` of the image.
     void advance(unsigned code, std::size_t offset) {
-        index = static_cast<USHORT>(index + most_in_a_request);
+        index = static_cast<USHORT>(index + max_request);
         if (offset % block_size(code) == 0) {
             select = next_block(code, offset);
             index = 0;
@@ -100,8 +100,8 @@ FX3_STATUS check_image(FX3_FWDWNLOAD_MEDIA_TYPE medium, image_bytes image) {
 
 // ---- Downloads -----------------------------------------------------------------------------------------------------
 
-fx3_download::fx3_download(CCyFX3Device& device, fx3_download_options options)
-    : device_(device), options_(std::move(options)) {}
+fx3_download::fx3_download(vendor_channel channel, fx3_download_options options)
+    : channel_(channel), options_(std::move(options)) {}
 
 void fx3_download::report(phase now, std::size_t done, std::size_t total) const {
     if (options_.progress)
@@ -130,18 +130,17 @@ FX3_STATUS fx3_download::to_ram(image_bytes image, UCHAR op_code) const {
     }
     if (step.status != FX3_OK)
         return step.status;
-    // The program may start before it has answered, so that the request fails.
-    device_.Ep0VendorCommand({nullptr, op_code, step.address, 0, false});
+    channel_.send(op_code, step.address); // may fail because the program starts before the loader has answered
     report(phase::writing, image.size, image.size);
     return FX3_OK;
 }
 
 bool fx3_download::load(const ram_step& piece, UCHAR op_code) const {
-    std::vector<UCHAR> buffer(piece.data, piece.data + piece.size), read_back(piece.size);
-    const auto size = static_cast<LONG>(piece.size);
+    std::vector<UCHAR> read_back(piece.size);
     for (int attempt = 0; attempt < attempts; ++attempt)
-        if (device_.Ep0VendorCommand({buffer.data(), op_code, piece.address, size, false}) &&
-            device_.Ep0VendorCommand({read_back.data(), op_code, piece.address, size, true}) && read_back == buffer)
+        if (channel_.write(op_code, piece.address, piece.data, piece.size) &&
+            channel_.read(op_code, piece.address, read_back.data(), piece.size) &&
+            std::equal(read_back.begin(), read_back.end(), piece.data))
             return true;
     return false;
 }
@@ -150,58 +149,49 @@ FX3_STATUS fx3_download::to_i2c(image_bytes image, UCHAR op_code) const {
     const unsigned code = size_code(image);
     if (code == 0)
         return FX3_NO_EEPROM_SIZE;
-    const std::size_t rest = image.size % most_in_a_request, whole = image.size - rest;
-    const std::size_t packet = device_.ControlEndPt == nullptr ? 0 : device_.ControlEndPt->MaxPktSize;
-    if (rest > 0 && (packet == 0 || packet > most_in_a_request))
+    const std::size_t rest = image.size % max_request, whole = image.size - rest;
+    const std::size_t packet = channel_.packet_size();
+    if (rest > 0 && (packet == 0 || packet > max_request))
         return FX3_TRANSFER_FAILED;
     i2c_place place;
-    std::vector<UCHAR> buffer;
+    // In single transfers: the device would write the rest of a chunk of which only a part has moved over that part.
     for (std::size_t offset = 0; offset < whole; place.advance(code, offset)) {
-        buffer.assign(image.data + offset, image.data + offset + most_in_a_request);
-        if (!write_i2c(place.address(), buffer, op_code))
+        if (!channel_.write_at_once(op_code, place.address(), image.data + offset, max_request))
             return FX3_TRANSFER_FAILED;
-        offset += most_in_a_request;
+        offset += max_request;
         report(phase::writing, offset, image.size);
     }
     if (rest == 0)
         return FX3_OK;
-    buffer.assign(image.data + whole, image.data + image.size);
-    buffer.resize(rounded_up(rest, packet));
-    if (!write_i2c(place.address(), buffer, op_code) || !read_back_i2c(place.address(), buffer))
+    std::vector<UCHAR> last(image.data + whole, image.data + image.size);
+    last.resize(rounded_up(rest, packet));
+    if (!channel_.write_at_once(op_code, place.address(), last.data(), last.size()) ||
+        !channel_.read_at_once(fx3_request::i2c_read, place.address(), last.data(), last.size()))
         return FX3_TRANSFER_FAILED;
     report(phase::writing, image.size, image.size);
     return FX3_OK;
 }
 
-// Unlike Ep0VendorCommand it does not send the rest of a chunk of which only a part has moved: the device would write
-// it over that part.
-bool fx3_download::write_i2c(ULONG address, std::vector<UCHAR>& buffer, UCHAR op_code) const {
-    auto moved = static_cast<LONG>(buffer.size());
-    return device_.Transfer(op_code, address, DirToDevice, buffer.data(), moved) &&
-           moved == static_cast<LONG>(buffer.size());
-}
-
-bool fx3_download::read_back_i2c(ULONG address, std::vector<UCHAR>& buffer) const {
-    auto moved = static_cast<LONG>(buffer.size());
-    return device_.Transfer(fx3_request::i2c_read, address, DirToHost, buffer.data(), moved);
-}
-
 FX3_STATUS fx3_download::to_spi(image_bytes image, UCHAR erase_code) const {
     if (!erase_for(image.size, erase_code))
         return FX3_ERASE_FAILED;
-    const std::size_t end = rounded_up(image.size, SPI_FLASH_PAGE_SIZE_IN_BYTE);
-    std::vector<UCHAR> buffer;
-    for (std::size_t offset = 0; offset < end;) {
-        const std::size_t size = std::min(end - offset, most_in_a_request);
-        buffer.assign(image.data + offset, image.data + std::min(offset + size, image.size));
-        buffer.resize(size, erased_byte);
-        if (!device_.Ep0VendorCommand(
-                {buffer.data(), fx3_request::spi_write, spi_address(offset), static_cast<LONG>(size), false}))
+    for (std::size_t offset = 0; offset < image.size; offset += max_request) {
+        const image_bytes chunk{image.data + offset, std::min(image.size - offset, max_request)};
+        if (!write_spi(offset, chunk))
             return FX3_TRANSFER_FAILED;
-        offset += size;
-        report(phase::writing, offset, image.size);
+        report(phase::writing, offset + chunk.size, image.size);
     }
     return FX3_OK;
+}
+
+// Writes whole pages.
+bool fx3_download::write_spi(std::size_t offset, image_bytes chunk) const {
+    const std::size_t size = rounded_up(chunk.size, SPI_FLASH_PAGE_SIZE_IN_BYTE);
+    if (size == chunk.size)
+        return channel_.write(fx3_request::spi_write, spi_address(offset), chunk.data, size);
+    std::vector<UCHAR> filled(chunk.data, chunk.data + chunk.size);
+    filled.resize(size, erased_byte);
+    return channel_.write(fx3_request::spi_write, spi_address(offset), filled.data(), size);
 }
 
 bool fx3_download::erase_for(std::size_t size, UCHAR op_code) const {
@@ -217,12 +207,11 @@ bool fx3_download::erase_for(std::size_t size, UCHAR op_code) const {
 bool fx3_download::erase_sector(ULONG sector, UCHAR op_code) const {
     using clock = std::chrono::steady_clock;
     const auto give_up = clock::now() + options_.erase_limit;
-    LONG none = 0;
-    if (!device_.Transfer(op_code, sector << 16 | 1, DirToDevice, nullptr, none))
+    if (!channel_.send(op_code, sector << 16 | 1))
         return false;
     for (int polls = 1;; ++polls) {
         UCHAR busy = 1;
-        if (!device_.Ep0VendorCommand({&busy, op_code, sector << 16, 1, true}))
+        if (!channel_.read(op_code, sector << 16, &busy, 1))
             return false;
         if (busy == 0 || clock::now() >= give_up)
             return busy == 0;

@@ -1,5 +1,5 @@
-// Firmware downloads: the requests that bring an image to RAM, to an I2C EEPROM and to an SPI flash, with a progress
-// report for whoever shows one. Internal to cyusb/ and to the tool. Runs, and waits, on the caller's thread.
+// Firmware downloads: the requests that write an image to RAM, to an I2C EEPROM or to an SPI flash, with an optional
+// progress report. For cyusb/ and the tool. Runs, and waits, on the caller's thread.
 #pragma once
 
 #include <chrono>
@@ -7,8 +7,10 @@
 #include <functional>
 #include <vector>
 
-#include "jorvet/cyusb/fx3_device.h"
+#include "jorvet/cyusb/fx3_requests.h"
+#include "jorvet/cyusb/fx3_status.h"
 #include "jorvet/cyusb/ram_image.h"
+#include "jorvet/cyusb/vendor_channel.h"
 
 namespace jorvet::cyusb {
 
@@ -17,29 +19,24 @@ struct image_bytes {
     std::size_t size;
 };
 
-// The bytes of a file; none when it cannot be read, is empty, or is longer than 4 GiB.
+// The bytes of a file; empty when it cannot be read, is empty, or is longer than 4 GiB.
 std::vector<UCHAR> read_image(const char* file_name);
 
-// Whether the image can go to that medium at all: FX3_OK, or the status with which the download would refuse it or
-// break off because of its bytes.
+// Whether the image suits the medium: FX3_OK, or the status with which the download would refuse it or fail because of
+// its bytes.
 FX3_STATUS check_image(FX3_FWDWNLOAD_MEDIA_TYPE medium, image_bytes image);
-
-// The address of an SPI request for the page in which the byte lies.
-constexpr ULONG spi_address(std::size_t byte_address) {
-    return static_cast<ULONG>(byte_address / SPI_FLASH_PAGE_SIZE_IN_BYTE << 16);
-}
 
 struct fx3_download_options {
     enum phase { erasing, writing };
-    // Called after each step with the bytes of the image that are done, out of all; empty for none.
+    // Called after each step with the bytes of the image that are done, out of all; may be empty.
     std::function<void(phase now, std::size_t done, std::size_t total)> progress;
     std::chrono::milliseconds erase_limit{30000}; // for one sector; a flash needs a few seconds at most
 };
 
-// The operations of the device class, see there. The device must outlive it.
+// The downloads of CCyFX3Device; its header describes them. The channel's device must outlive it.
 class fx3_download {
   public:
-    explicit fx3_download(CCyFX3Device& device, fx3_download_options options = {});
+    explicit fx3_download(vendor_channel channel, fx3_download_options options = {});
 
     FX3_STATUS to_medium(FX3_FWDWNLOAD_MEDIA_TYPE medium, image_bytes image) const;
     FX3_STATUS to_ram(image_bytes image, UCHAR op_code) const;
@@ -50,12 +47,11 @@ class fx3_download {
   private:
     using phase = fx3_download_options::phase;
     bool load(const ram_step& piece, UCHAR op_code) const;
-    bool write_i2c(ULONG address, std::vector<UCHAR>& buffer, UCHAR op_code) const;
-    bool read_back_i2c(ULONG address, std::vector<UCHAR>& buffer) const;
+    bool write_spi(std::size_t offset, image_bytes chunk) const;
     bool erase_for(std::size_t size, UCHAR op_code) const;
     void report(phase now, std::size_t done, std::size_t total) const;
 
-    CCyFX3Device& device_;
+    const vendor_channel channel_;
     const fx3_download_options options_;
 };
 

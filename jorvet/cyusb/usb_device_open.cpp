@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr unsigned most_failures = 256; // members that cannot be read before an enumeration is given up
+constexpr unsigned max_failures = 256; // members that cannot be read before an enumeration is given up
 
 // The interfaces of a class that are present, while it lives.
 class present_devices {
@@ -50,7 +50,7 @@ void CCyUSBDevice::Enumerate() {
         return;
     auto member = sized_record<SP_DEVICE_INTERFACE_DATA>();
     unsigned failures = 0;
-    for (DWORD i = 0; failures < most_failures; ++i) {
+    for (DWORD i = 0; failures < max_failures; ++i) {
         if (SetupDiEnumDeviceInterfaces(devices.get(), nullptr, &DriverGuid, i, &member))
             ++DeviceTotal;
         else if (GetLastError() == ERROR_NO_MORE_ITEMS)

@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <mutex>
 
-#include "jorvet/platform/drivers/driver_library.h"
+#include "jorvet/base/never_destroyed.h"
 
-namespace jorvet::platform {
+namespace jorvet::ports {
 
-BridgePort::~BridgePort() = default;
-UsbPort::~UsbPort() = default;
+bridge_port::~bridge_port() = default;
+usb_port::~usb_port() = default;
 
 namespace {
 
@@ -18,12 +18,6 @@ template <class Port>
 class plugs {
   public:
     using port_pointer = std::shared_ptr<Port>;
-
-    // Never destroyed: a device that stays plugged in until the process ends is not torn down under running threads.
-    static plugs& all() {
-        static plugs& it = *new plugs;
-        return it;
-    }
 
     void add(port_pointer port) {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -45,29 +39,28 @@ class plugs {
 
 } // namespace
 
-void attach(std::shared_ptr<BridgePort> port) {
-    take_the_drivers_place();
-    plugs<BridgePort>::all().add(std::move(port));
+void attach(std::shared_ptr<bridge_port> port) {
+    never_destroyed<plugs<bridge_port>>().add(std::move(port));
 }
 
-void detach(const std::shared_ptr<BridgePort>& port) {
-    plugs<BridgePort>::all().remove(port);
+void detach(const std::shared_ptr<bridge_port>& port) {
+    never_destroyed<plugs<bridge_port>>().remove(port);
 }
 
-std::vector<std::shared_ptr<BridgePort>> attached_bridges() {
-    return plugs<BridgePort>::all().list();
+std::vector<std::shared_ptr<bridge_port>> attached_bridges() {
+    return never_destroyed<plugs<bridge_port>>().list();
 }
 
-void attach(std::shared_ptr<UsbPort> port) {
-    plugs<UsbPort>::all().add(std::move(port));
+void attach(std::shared_ptr<usb_port> port) {
+    never_destroyed<plugs<usb_port>>().add(std::move(port));
 }
 
-void detach(const std::shared_ptr<UsbPort>& port) {
-    plugs<UsbPort>::all().remove(port);
+void detach(const std::shared_ptr<usb_port>& port) {
+    never_destroyed<plugs<usb_port>>().remove(port);
 }
 
-std::vector<std::shared_ptr<UsbPort>> attached_usb_devices() {
-    return plugs<UsbPort>::all().list();
+std::vector<std::shared_ptr<usb_port>> attached_usb_devices() {
+    return never_destroyed<plugs<usb_port>>().list();
 }
 
-} // namespace jorvet::platform
+} // namespace jorvet::ports

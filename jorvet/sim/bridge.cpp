@@ -10,65 +10,29 @@
 #include <mutex>
 #include <utility>
 
+#include "jorvet/sim/support/byte_queue.h"
 #include "jorvet/sim/support/link_trace.h"
 #include "jorvet/sim/support/shared_callee.h"
+#include "jorvet/sim/windows/driver_library.h"
 
 namespace jorvet::sim {
 
-using platform::BridgeIdentity;
-using platform::PortStatus;
+using ports::bridge_identity;
+using ports::port_status;
 
 namespace {
 
-constexpr std::size_t most_serial_number = 15;
-constexpr std::size_t most_description = 63;
+constexpr std::size_t max_serial_number = 15;
+constexpr std::size_t max_description = 63;
 
-// Bytes waiting for the driver: what comes goes to the end of a vector, what is read is counted off its beginning.
-class ReceiveQueue {
-  public:
-    explicit ReceiveQueue(std::size_t capacity) : capacity_(capacity) {}
-
-    std::size_t size() const { return bytes_.size() - read_; }
-
-    // Takes as many as there is room for, and gives their number.
-    std::size_t push(const std::uint8_t* bytes, std::size_t count) {
-        const std::size_t taken = std::min(count, capacity_ - size());
-        if (read_ > bytes_.size() / 2) { // moves fewer bytes than have been read since the last time
-            bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(read_));
-            read_ = 0;
-        }
-        bytes_.insert(bytes_.end(), bytes, bytes + taken);
-        return taken;
-    }
-
-    std::size_t pop(std::uint8_t* bytes, std::size_t count) {
-        const std::size_t taken = std::min(count, size());
-        std::copy_n(bytes_.data() + read_, taken, bytes);
-        read_ += taken;
-        if (read_ == bytes_.size())
-            clear();
-        return taken;
-    }
-
-    void clear() {
-        bytes_.clear();
-        read_ = 0;
-    }
-
-  private:
-    const std::size_t capacity_;
-    Bytes bytes_;
-    std::size_t read_ = 0;
-};
-
-BridgeIdentity identity_of(const BridgeOptions& options) {
-    return {options.serial_number.substr(0, most_serial_number), options.description.substr(0, most_description),
+bridge_identity identity_of(const bridge_options& options) {
+    return {options.serial_number.substr(0, max_serial_number), options.description.substr(0, max_description),
             options.type, options.id, options.location};
 }
 
 // When a wait that may last `milliseconds` ends; nothing for 0, which is without limit.
-using Deadline = std::optional<std::chrono::steady_clock::time_point>;
-Deadline deadline_after(unsigned milliseconds) {
+using time_limit = std::optional<std::chrono::steady_clock::time_point>;
+time_limit deadline_after(unsigned milliseconds) {
     if (milliseconds == 0)
         return std::nullopt;
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
@@ -76,78 +40,80 @@ Deadline deadline_after(unsigned milliseconds) {
 
 } // namespace
 
-class Bridge::Impl {
+class simulated_bridge::impl {
   public:
-    explicit Impl(const BridgeOptions& options)
+    explicit impl(const bridge_options& options)
         : identity(identity_of(options)), receive_queue(options.queue_capacity), board(identity.serial_number) {}
 
     // `closing` still is the driver's, but its writes end.
-    enum class Stage { closed, open, closing };
+    enum class open_stage { closed, open, closing };
 
-    PortStatus write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms, std::size_t* written);
+    port_status write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms, std::size_t* written);
     // Puts a setting in place if it is one that the device can do.
     template <class Change>
-    PortStatus set(bool possible, Change change);
+    port_status set(bool possible, Change change);
 
-    const BridgeIdentity identity;
+    const bridge_identity identity;
 
     mutable std::mutex mutex;
     std::condition_variable changed; // for writes: the turn, the allowance, or an end to it all
     bool gone = false;
-    Stage stage = Stage::closed;
-    BridgeSettings settings;
+    open_stage stage = open_stage::closed;
+    bridge_settings settings;
     bool writing = false;                 // one write at a time, so that frames stay in one piece
     std::optional<std::size_t> allowance; // how many more bytes the board takes, if that is limited
-    ReceiveQueue receive_queue;
+    byte_queue receive_queue;
     std::size_t overrun_bytes = 0;
 
-    LinkTrace trace;
-    Callee<std::shared_ptr<const std::function<void()>>> notify;
+    link_trace trace;
+    shared_callee<std::shared_ptr<const std::function<void()>>> notify;
 
-    Board board; // last: its thread ends before anything else goes
+    simulated_board board; // last: its thread ends before anything else goes
 
   private:
-    struct WriteTurn; // gives the turn back
+    struct write_turn; // gives the turn back
     template <class Ready>
-    bool await(std::unique_lock<std::mutex>& lock, const Deadline& deadline, Ready ready);
-    bool write_is_over(unsigned session) const { return gone || stage != Stage::open || settings.opens != session; }
+    bool await(std::unique_lock<std::mutex>& lock, const time_limit& deadline, Ready ready);
+    bool write_is_over(unsigned session) const {
+        return gone || stage != open_stage::open || settings.opens != session;
+    }
     void pass_on(const std::uint8_t* bytes, std::size_t count);
     void write_in_turn(std::unique_lock<std::mutex>& lock, const std::uint8_t* bytes, std::size_t count,
-                       const Deadline& deadline, std::size_t* written);
+                       const time_limit& deadline, std::size_t* written);
 };
 
 template <class Change>
-PortStatus Bridge::Impl::set(bool possible, Change change) {
+port_status simulated_bridge::impl::set(bool possible, Change change) {
     const std::lock_guard<std::mutex> lock(mutex);
     if (gone)
-        return PortStatus::gone;
+        return port_status::gone;
     if (!possible)
-        return PortStatus::bad_value;
+        return port_status::bad_value;
     change(settings);
-    return PortStatus::ok;
+    return port_status::ok;
 }
 
 // False when the deadline passed first.
 template <class Ready>
-bool Bridge::Impl::await(std::unique_lock<std::mutex>& lock, const Deadline& deadline, Ready ready) {
+bool simulated_bridge::impl::await(std::unique_lock<std::mutex>& lock, const time_limit& deadline, Ready ready) {
     if (deadline)
         return changed.wait_until(lock, *deadline, ready);
     changed.wait(lock, ready);
     return true;
 }
 
-void Bridge::Impl::pass_on(const std::uint8_t* bytes, std::size_t count) {
-    trace.call(Direction::to_board, bytes, count);
+void simulated_bridge::impl::pass_on(const std::uint8_t* bytes, std::size_t count) {
+    trace.call(link_direction::to_board, bytes, count);
     board.from_host(bytes, count);
 }
 
-struct Bridge::Impl::WriteTurn {
-    Impl& bridge;
+struct simulated_bridge::impl::write_turn {
+    impl& bridge;
     std::unique_lock<std::mutex>& lock;
-    WriteTurn(Impl& taken_of, std::unique_lock<std::mutex>& held) : bridge(taken_of), lock(held) {
+    write_turn(impl& taken_of, std::unique_lock<std::mutex>& held) : bridge(taken_of), lock(held) {
         bridge.writing = true;
     }
-    ~WriteTurn() {
+    ~write_turn() {
         if (!lock.owns_lock())
             lock.lock();
         bridge.writing = false;
@@ -155,27 +121,27 @@ struct Bridge::Impl::WriteTurn {
     }
 };
 
-PortStatus Bridge::Impl::write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms,
-                               std::size_t* written) {
+port_status simulated_bridge::impl::write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms,
+                                          std::size_t* written) {
     *written = 0;
-    const Deadline deadline = deadline_after(timeout_ms);
+    const time_limit deadline = deadline_after(timeout_ms);
     std::unique_lock<std::mutex> lock(mutex);
     const unsigned session = settings.opens;
     if (!await(lock, deadline, [&] { return !writing || write_is_over(session); }))
-        return PortStatus::ok;
+        return port_status::ok;
     if (!write_is_over(session))
         write_in_turn(lock, bytes, count, deadline, written);
     if (*written == count && count > 0)
-        return PortStatus::ok;
+        return port_status::ok;
     if (gone)
-        return PortStatus::gone;
-    return write_is_over(session) ? PortStatus::failed : PortStatus::ok;
+        return port_status::gone;
+    return write_is_over(session) ? port_status::failed : port_status::ok;
 }
 
 // Passes bytes on as far as the allowance reaches, and waits for more of it until the deadline.
-void Bridge::Impl::write_in_turn(std::unique_lock<std::mutex>& lock, const std::uint8_t* bytes, std::size_t count,
-                                 const Deadline& deadline, std::size_t* written) {
-    const WriteTurn turn(*this, lock);
+void simulated_bridge::impl::write_in_turn(std::unique_lock<std::mutex>& lock, const std::uint8_t* bytes,
+                                           std::size_t count, const time_limit& deadline, std::size_t* written) {
+    const write_turn turn(*this, lock);
     const unsigned session = settings.opens;
     while (*written < count) {
         if (!await(lock, deadline, [&] { return allowance != 0u || write_is_over(session); }) || write_is_over(session))
@@ -190,37 +156,38 @@ void Bridge::Impl::write_in_turn(std::unique_lock<std::mutex>& lock, const std::
     }
 }
 
-Bridge::Bridge(const BridgeOptions& options) : impl_(std::make_unique<Impl>(options)) {
+simulated_bridge::simulated_bridge(const bridge_options& options) : impl_(std::make_unique<impl>(options)) {
     impl_->board.attach_link(this);
 }
 
-Bridge::~Bridge() {
+simulated_bridge::~simulated_bridge() {
     impl_->board.attach_link(nullptr);
 }
 
-std::shared_ptr<Bridge> Bridge::plug_in(const BridgeOptions& options) {
-    std::shared_ptr<Bridge> bridge(new Bridge(options));
-    platform::attach(bridge);
+std::shared_ptr<simulated_bridge> simulated_bridge::plug_in(const bridge_options& options) {
+    take_the_drivers_place();
+    std::shared_ptr<simulated_bridge> bridge(new simulated_bridge(options));
+    ports::attach(bridge);
     return bridge;
 }
 
-Board& Bridge::board() {
+simulated_board& simulated_bridge::board() {
     return impl_->board;
 }
 
-BridgeSettings Bridge::settings() const {
+bridge_settings simulated_bridge::settings() const {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     return impl_->settings;
 }
 
-void Bridge::set_trace(Trace trace) {
+void simulated_bridge::set_trace(trace_function trace) {
     impl_->trace.set(std::move(trace));
 }
 
-void Bridge::unplug() {
+void simulated_bridge::unplug() {
     // The device list may hold the last reference: it goes when this function is through, which is then the bridge's
     // end, possibly on the board's own thread.
-    const std::shared_ptr<Bridge> self = weak_from_this().lock();
+    const std::shared_ptr<simulated_bridge> self = weak_from_this().lock();
     {
         const std::lock_guard<std::mutex> lock(impl_->mutex);
         if (std::exchange(impl_->gone, true))
@@ -229,16 +196,16 @@ void Bridge::unplug() {
     }
     impl_->changed.notify_all();
     if (self)
-        platform::detach(self);
+        ports::detach(self);
     impl_->notify.call([](const auto& notify) { (*notify)(); });
 }
 
-bool Bridge::plugged_in() const {
+bool simulated_bridge::plugged_in() const {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     return !impl_->gone;
 }
 
-void Bridge::stall_writes_after(std::size_t bytes) {
+void simulated_bridge::stall_writes_after(std::size_t bytes) {
     {
         const std::lock_guard<std::mutex> lock(impl_->mutex);
         impl_->allowance = bytes;
@@ -246,7 +213,7 @@ void Bridge::stall_writes_after(std::size_t bytes) {
     impl_->changed.notify_all();
 }
 
-void Bridge::accept_writes() {
+void simulated_bridge::accept_writes() {
     {
         const std::lock_guard<std::mutex> lock(impl_->mutex);
         impl_->allowance.reset();
@@ -254,108 +221,109 @@ void Bridge::accept_writes() {
     impl_->changed.notify_all();
 }
 
-std::size_t Bridge::overrun_bytes() const {
+std::size_t simulated_bridge::overrun_bytes() const {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     return impl_->overrun_bytes;
 }
 
-BridgeIdentity Bridge::identity() const {
+bridge_identity simulated_bridge::identity() const {
     return impl_->identity;
 }
 
-PortStatus Bridge::open(std::function<void()> notify) {
+port_status simulated_bridge::open(std::function<void()> notify) {
     auto callee = notify ? std::make_shared<const std::function<void()>>(std::move(notify)) : nullptr;
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     if (impl_->gone)
-        return PortStatus::gone;
-    if (impl_->stage != Impl::Stage::closed)
-        return PortStatus::refused;
+        return port_status::gone;
+    if (impl_->stage != impl::open_stage::closed)
+        return port_status::refused;
     impl_->notify.replace(std::move(callee)); // with the lock, or an unplug in between would notify nobody
-    impl_->stage = Impl::Stage::open;
+    impl_->stage = impl::open_stage::open;
     ++impl_->settings.opens;
-    return PortStatus::ok;
+    return port_status::ok;
 }
 
-void Bridge::close() {
+void simulated_bridge::close() {
     {
         const std::lock_guard<std::mutex> lock(impl_->mutex);
-        if (impl_->stage == Impl::Stage::closed)
+        if (impl_->stage == impl::open_stage::closed)
             return;
-        impl_->stage = Impl::Stage::closing;
+        impl_->stage = impl::open_stage::closing;
     }
     impl_->changed.notify_all();
     impl_->notify.replace(nullptr);
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->stage = Impl::Stage::closed;
+    impl_->stage = impl::open_stage::closed;
 }
 
-PortStatus Bridge::set_baud_rate(std::uint32_t bits_per_second) {
+port_status simulated_bridge::set_baud_rate(std::uint32_t bits_per_second) {
     return impl_->set(bits_per_second >= 300 && bits_per_second <= 3000000,
-                      [=](BridgeSettings& settings) { settings.baud_rate = bits_per_second; });
+                      [=](bridge_settings& settings) { settings.baud_rate = bits_per_second; });
 }
 
-PortStatus Bridge::set_data_format(unsigned data_bits, unsigned stop_bits, unsigned parity) {
+port_status simulated_bridge::set_data_format(unsigned data_bits, unsigned stop_bits, unsigned parity) {
     const bool possible = (data_bits == 7 || data_bits == 8) && stop_bits <= 2 && parity <= 4;
-    return impl_->set(possible, [=](BridgeSettings& settings) {
+    return impl_->set(possible, [=](bridge_settings& settings) {
         settings.data_bits = data_bits;
         settings.stop_bits = stop_bits;
         settings.parity = parity;
     });
 }
 
-PortStatus Bridge::set_flow_control(unsigned mode, std::uint8_t xon, std::uint8_t xoff) {
+port_status simulated_bridge::set_flow_control(unsigned mode, std::uint8_t xon, std::uint8_t xoff) {
     const bool possible = mode == 0 || mode == 0x100 || mode == 0x200 || mode == 0x400;
-    return impl_->set(possible, [=](BridgeSettings& settings) {
+    return impl_->set(possible, [=](bridge_settings& settings) {
         settings.flow_control = mode;
         settings.xon = xon;
         settings.xoff = xoff;
     });
 }
 
-PortStatus Bridge::set_latency_ms(unsigned milliseconds) {
+port_status simulated_bridge::set_latency_ms(unsigned milliseconds) {
     return impl_->set(milliseconds >= 2 && milliseconds <= 255,
-                      [=](BridgeSettings& settings) { settings.latency_ms = milliseconds; });
+                      [=](bridge_settings& settings) { settings.latency_ms = milliseconds; });
 }
 
-PortStatus Bridge::set_transfer_sizes(std::uint32_t in_bytes, std::uint32_t out_bytes) {
+port_status simulated_bridge::set_transfer_sizes(std::uint32_t in_bytes, std::uint32_t out_bytes) {
     const auto fits = [](std::uint32_t bytes) { return bytes >= 64 && bytes <= 65536 && bytes % 64 == 0; };
-    return impl_->set(fits(in_bytes) && fits(out_bytes), [=](BridgeSettings& settings) {
+    return impl_->set(fits(in_bytes) && fits(out_bytes), [=](bridge_settings& settings) {
         settings.in_transfer = in_bytes;
         settings.out_transfer = out_bytes;
     });
 }
 
-PortStatus Bridge::reset() {
-    return impl_->set(true, [](BridgeSettings& settings) { ++settings.resets; });
+port_status simulated_bridge::reset() {
+    return impl_->set(true, [](bridge_settings& settings) { ++settings.resets; });
 }
 
-PortStatus Bridge::write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms, std::size_t* written) {
+port_status simulated_bridge::write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms,
+                                    std::size_t* written) {
     return impl_->write(bytes, count, timeout_ms, written);
 }
 
-PortStatus Bridge::received(std::size_t* count) {
+port_status simulated_bridge::received(std::size_t* count) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     *count = impl_->receive_queue.size();
-    return impl_->gone ? PortStatus::gone : PortStatus::ok;
+    return impl_->gone ? port_status::gone : port_status::ok;
 }
 
-PortStatus Bridge::read(std::uint8_t* bytes, std::size_t count, std::size_t* taken) {
+port_status simulated_bridge::read(std::uint8_t* bytes, std::size_t count, std::size_t* taken) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     *taken = impl_->receive_queue.pop(bytes, count);
-    return impl_->gone ? PortStatus::gone : PortStatus::ok;
+    return impl_->gone ? port_status::gone : port_status::ok;
 }
 
-PortStatus Bridge::purge(bool receive, bool) {
+port_status simulated_bridge::purge(bool receive, bool) {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     if (receive)
         impl_->receive_queue.clear();
-    return impl_->gone ? PortStatus::gone : PortStatus::ok; // nothing ever waits to be sent
+    return impl_->gone ? port_status::gone : port_status::ok; // nothing ever waits to be sent
 }
 
-void Bridge::to_host(const std::uint8_t* bytes, std::size_t count) {
+void simulated_bridge::to_host(const std::uint8_t* bytes, std::size_t count) {
     if (!plugged_in())
         return;
-    impl_->trace.call(Direction::to_host, bytes, count);
+    impl_->trace.call(link_direction::to_host, bytes, count);
     {
         const std::lock_guard<std::mutex> lock(impl_->mutex);
         if (impl_->gone)

@@ -12,7 +12,7 @@
 
 namespace jorvet::sim {
 
-struct BridgeOptions {
+struct bridge_options {
     std::string serial_number = "JV-0001"; // of the bridge and of the board behind it; cut after 15 characters
     std::string description = "Jorvet simulated board"; // cut after 63 characters
     std::uint32_t type = 8;                             // kind of chip
@@ -22,7 +22,7 @@ struct BridgeOptions {
 };
 
 // What the driver has set, for a test to look at.
-struct BridgeSettings {
+struct bridge_settings {
     std::uint32_t baud_rate = 0;
     unsigned data_bits = 0, stop_bits = 0, parity = 0;
     unsigned flow_control = 0xFFFF;
@@ -32,48 +32,48 @@ struct BridgeSettings {
     unsigned resets = 0, opens = 0;
 };
 
-class JV_SIM_API Bridge final : public platform::BridgePort,
-                                public Plug,
-                                public std::enable_shared_from_this<Bridge>,
-                                private Link {
+class JV_SIM_API simulated_bridge final : public ports::bridge_port,
+                                          public simulated_device,
+                                          public std::enable_shared_from_this<simulated_bridge>,
+                                          private board_link {
   public:
     // Makes a bridge with a board and plugs it in. It stays plugged in until unplug(), also when the pointer goes.
-    static std::shared_ptr<Bridge> plug_in(const BridgeOptions& options = {});
-    ~Bridge() override;
+    static std::shared_ptr<simulated_bridge> plug_in(const bridge_options& options = {});
+    ~simulated_bridge() override;
 
-    BridgeSettings settings() const;
+    bridge_settings settings() const;
     std::size_t overrun_bytes() const; // lost because the receive queue was full
 
-    // Plug. Bytes that the board does not take block a write, which runs into its time-out.
-    Board& board() override;
-    void set_trace(Trace trace) override;
+    // simulated_device. Bytes that the board does not take block a write, which runs into its time-out.
+    simulated_board& board() override;
+    void set_trace(trace_function trace) override;
     void unplug() override;
     bool plugged_in() const override;
     void stall_writes_after(std::size_t bytes) override;
     void accept_writes() override;
 
-    // BridgePort
-    platform::BridgeIdentity identity() const override;
-    platform::PortStatus open(std::function<void()> notify) override;
+    // bridge_port
+    ports::bridge_identity identity() const override;
+    ports::port_status open(std::function<void()> notify) override;
     void close() override;
-    platform::PortStatus set_baud_rate(std::uint32_t bits_per_second) override;
-    platform::PortStatus set_data_format(unsigned data_bits, unsigned stop_bits, unsigned parity) override;
-    platform::PortStatus set_flow_control(unsigned mode, std::uint8_t xon, std::uint8_t xoff) override;
-    platform::PortStatus set_latency_ms(unsigned milliseconds) override;
-    platform::PortStatus set_transfer_sizes(std::uint32_t in_bytes, std::uint32_t out_bytes) override;
-    platform::PortStatus reset() override;
-    platform::PortStatus write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms,
-                               std::size_t* written) override;
-    platform::PortStatus received(std::size_t* count) override;
-    platform::PortStatus read(std::uint8_t* bytes, std::size_t count, std::size_t* taken) override;
-    platform::PortStatus purge(bool receive, bool transmit) override;
+    ports::port_status set_baud_rate(std::uint32_t bits_per_second) override;
+    ports::port_status set_data_format(unsigned data_bits, unsigned stop_bits, unsigned parity) override;
+    ports::port_status set_flow_control(unsigned mode, std::uint8_t xon, std::uint8_t xoff) override;
+    ports::port_status set_latency_ms(unsigned milliseconds) override;
+    ports::port_status set_transfer_sizes(std::uint32_t in_bytes, std::uint32_t out_bytes) override;
+    ports::port_status reset() override;
+    ports::port_status write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms,
+                             std::size_t* written) override;
+    ports::port_status received(std::size_t* count) override;
+    ports::port_status read(std::uint8_t* bytes, std::size_t count, std::size_t* taken) override;
+    ports::port_status purge(bool receive, bool transmit) override;
 
   private:
-    explicit Bridge(const BridgeOptions& options);
+    explicit simulated_bridge(const bridge_options& options);
     void to_host(const std::uint8_t* bytes, std::size_t count) override;
 
-    class Impl;
-    std::unique_ptr<Impl> impl_;
+    class impl;
+    std::unique_ptr<impl> impl_;
 };
 
 } // namespace jorvet::sim

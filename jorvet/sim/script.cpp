@@ -1,12 +1,12 @@
-// Parsing script lines: a table of first words, and those of the changes that a reply or a transfer may undergo.
+// Parses script lines and composes their help, both from tables: an entry says how a line or a change is written, what
+// it does and how it is parsed.
 #include "jorvet/sim/script.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
-#include <limits>
 #include <utility>
 
+#include "jorvet/sim/script_words.h"
 #include "jorvet/sim/usb/boot_loader.h"
 #include "jorvet/sim/usb/controller.h"
 
@@ -16,298 +16,316 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t memory_size = 0x10000;
-constexpr std::string_view blanks = " \t\r";
 
-std::string quoted(std::string_view text) {
-    return '"' + std::string(text) + '"';
-}
-
-// The words of a line, taken one by one. What is wrong with them is said in the name of the first.
-class Words {
-  public:
-    explicit Words(std::string_view line) : rest_(line), name_(take()) {}
-
-    std::string_view name() const { return name_; }
-    bool more() const { return rest_.find_first_not_of(blanks) != std::string_view::npos; }
-
-    std::string_view word(const char* what) {
-        if (!more())
-            fail(std::string("the ") + what + " is missing");
-        return take();
-    }
-
-    bool next_is_number() const {
-        const std::size_t next = rest_.find_first_not_of(blanks);
-        return next != std::string_view::npos && rest_[next] >= '0' && rest_[next] <= '9';
-    }
-
-    std::uint64_t number(const char* what, std::uint64_t maximum) { return to_number(word(what), maximum); }
-
-    std::uint64_t to_number(std::string_view text, std::uint64_t maximum) const {
-        const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-        const char* const first = text.data() + (hexadecimal ? 2 : 0);
-        const char* const last = text.data() + text.size();
-        std::uint64_t value = 0;
-        const auto [end, error] = std::from_chars(first, last, value, hexadecimal ? 16 : 10);
-        if (error == std::errc::invalid_argument || end != last)
-            fail(quoted(text) + " is not a number");
-        if (error != std::errc() || value > maximum)
-            fail(std::string(text) + " is above " + std::to_string(maximum));
-        return value;
-    }
-
-    milliseconds time(const char* what) { return milliseconds(number(what, most)); }
-    std::size_t count(const char* what) { return static_cast<std::size_t>(number(what, most)); }
-    std::uint8_t byte(const char* what) { return static_cast<std::uint8_t>(number(what, 0xFF)); }
-    std::uint16_t two_bytes(const char* what) { return static_cast<std::uint16_t>(number(what, 0xFFFF)); }
-
-    Bytes bytes(const char* what) {
-        const std::string_view text = word(what);
-        Bytes result;
-        result.reserve(text.size() / 2);
-        for (std::size_t i = 0; i < text.size(); i += 2) {
-            std::uint8_t value = 0;
-            const char* const last = text.data() + std::min(i + 2, text.size());
-            const bool whole = i + 2 <= text.size() && std::from_chars(text.data() + i, last, value, 16).ptr == last;
-            if (!whole)
-                fail(quoted(text) + " is not pairs of hexadecimal digits");
-            result.push_back(value);
-        }
-        return result;
-    }
-
-    void end() {
-        if (more())
-            fail(quoted(take()) + " is one word too many");
-    }
-
-    [[noreturn]] void fail(const std::string& why) const { throw ScriptError(std::string(name_) + ": " + why); }
-
-  private:
-    std::string_view take() {
-        rest_.remove_prefix(std::min(rest_.find_first_not_of(blanks), rest_.size()));
-        const std::string_view word = rest_.substr(0, rest_.find_first_of(blanks));
-        rest_.remove_prefix(word.size());
-        return word;
-    }
-
-    std::string_view rest_;
-    std::string_view name_;
+// What stands in a line after its first word, and changes how something goes.
+template <class Subject>
+struct script_change {
+    std::string_view usage;
+    void (*apply)(script_words& words, Subject& subject);
 };
 
-template <class Plan>
-struct Change {
-    std::string_view name;
-    void (*apply)(Words& words, Plan& plan);
+constexpr script_change<reply_plan> reply_changes[] = {
+    {"silent", [](script_words&, reply_plan& plan) { plan.silent = true; }},
+    {"status N", [](script_words& words, reply_plan& plan) { plan.status = words.two_bytes("status word"); }},
+    {"data BYTES", [](script_words& words, reply_plan& plan) { plan.data = words.bytes("data"); }},
+    {"crc", [](script_words&, reply_plan& plan) { plan.with_crc = true; }},
+    {"no-crc", [](script_words&, reply_plan& plan) { plan.with_crc = false; }},
+    {"wrong-crc", [](script_words&, reply_plan& plan) { plan.wrong_crc = true; }},
+    {"delay T", [](script_words& words, reply_plan& plan) { plan.pacing.delay = words.time("delay"); }},
+    {"fragment N", [](script_words& words, reply_plan& plan) { plan.pacing.fragment = words.count("fragment size"); }},
+    {"gap T", [](script_words& words, reply_plan& plan) { plan.pacing.gap = words.time("gap"); }},
+    {"before BYTES", [](script_words& words, reply_plan& plan) { plan.stray_before = words.bytes("bytes before"); }},
+    {"after BYTES", [](script_words& words, reply_plan& plan) { plan.stray_after = words.bytes("bytes after"); }},
+    {"unplug-after N",
+     [](script_words& words, reply_plan& plan) { plan.unplug_after = words.count("number of bytes"); }},
 };
 
-constexpr Change<ReplyPlan> reply_changes[] = {
-    {"silent", [](Words&, ReplyPlan& plan) { plan.silent = true; }},
-    {"status", [](Words& words, ReplyPlan& plan) { plan.status = words.two_bytes("status word"); }},
-    {"data", [](Words& words, ReplyPlan& plan) { plan.data = words.bytes("data"); }},
-    {"crc", [](Words&, ReplyPlan& plan) { plan.with_crc = true; }},
-    {"no-crc", [](Words&, ReplyPlan& plan) { plan.with_crc = false; }},
-    {"wrong-crc", [](Words&, ReplyPlan& plan) { plan.wrong_crc = true; }},
-    {"delay", [](Words& words, ReplyPlan& plan) { plan.pacing.delay = words.time("delay"); }},
-    {"fragment", [](Words& words, ReplyPlan& plan) { plan.pacing.fragment = words.count("fragment size"); }},
-    {"gap", [](Words& words, ReplyPlan& plan) { plan.pacing.gap = words.time("gap"); }},
-    {"before", [](Words& words, ReplyPlan& plan) { plan.stray_before = words.bytes("bytes before"); }},
-    {"after", [](Words& words, ReplyPlan& plan) { plan.stray_after = words.bytes("bytes after"); }},
-    {"unplug-after", [](Words& words, ReplyPlan& plan) { plan.unplug_after = words.count("number of bytes"); }},
-};
+using ports::usb_end;
 
-using platform::UsbEnd;
-
-void parse_failure(Words& words, TransferPlan& plan) {
-    plan.end = UsbEnd::failed;
+void parse_failure(script_words& words, transfer_plan& plan) {
+    plan.end = usb_end::failed;
     if (words.next_is_number())
         plan.after = words.count("number of bytes");
 }
 
-constexpr Change<TransferPlan> transfer_changes[] = {
-    {"stall", [](Words&, TransferPlan& plan) { plan.end = UsbEnd::stalled; }},
-    {"babble", [](Words&, TransferPlan& plan) { plan.end = UsbEnd::babble; }},
-    {"fail", parse_failure},
-    {"silent", [](Words&, TransferPlan& plan) { plan.silent = true; }},
-    {"short", [](Words& words, TransferPlan& plan) { plan.after = words.count("number of bytes"); }},
-    {"data", [](Words& words, TransferPlan& plan) { plan.data = words.bytes("data"); }},
-    {"delay", [](Words& words, TransferPlan& plan) { plan.delay = words.time("delay"); }},
+constexpr script_change<transfer_plan> transfer_changes[] = {
+    {"stall", [](script_words&, transfer_plan& plan) { plan.end = usb_end::stalled; }},
+    {"babble", [](script_words&, transfer_plan& plan) { plan.end = usb_end::babble; }},
+    {"fail [N]", parse_failure},
+    {"silent", [](script_words&, transfer_plan& plan) { plan.silent = true; }},
+    {"short N", [](script_words& words, transfer_plan& plan) { plan.after = words.count("number of bytes"); }},
+    {"data BYTES", [](script_words& words, transfer_plan& plan) { plan.data = words.bytes("data"); }},
+    {"delay T", [](script_words& words, transfer_plan& plan) { plan.delay = words.time("delay"); }},
 };
 
-// The entry of `table` with that name; its end when there is none.
+// The entry of `table` whose usage begins with that word; its end when there is none.
 template <class Entry, std::size_t size>
 const Entry* find_entry(const Entry (&table)[size], std::string_view name) {
-    return std::find_if(std::begin(table), std::end(table), [&](const Entry& entry) { return entry.name == name; });
+    return std::find_if(std::begin(table), std::end(table),
+                        [&](const Entry& entry) { return entry.usage.substr(0, entry.usage.find(' ')) == name; });
+}
+
+template <class Subject, std::size_t size>
+const script_change<Subject>& parse_change(script_words& words, const script_change<Subject> (&changes)[size],
+                                           const char* changed) {
+    const std::string_view name = words.word("change");
+    const script_change<Subject>* const change = find_entry(changes, name);
+    if (change == std::end(changes))
+        words.fail(quoted(name) + " is not a change of a " + changed);
+    return *change;
 }
 
 template <class Plan, std::size_t size>
-Plan parse_plan(Words& words, const Change<Plan> (&changes)[size], const char* changed) {
+Plan parse_plan(script_words& words, const script_change<Plan> (&changes)[size], const char* changed) {
     Plan plan;
-    while (words.more()) {
-        const std::string_view name = words.word("change");
-        const Change<Plan>* const change = find_entry(changes, name);
-        if (change == std::end(changes))
-            words.fail(quoted(name) + " is not a change of a " + changed);
-        change->apply(words, plan);
-    }
+    while (words.more())
+        parse_change(words, changes, changed).apply(words, plan);
     return plan;
 }
 
-ReplyPlan parse_reply_plan(Words& words) {
+// The rest of a line that is either empty or "off".
+bool parse_unless_off(script_words& words) {
+    const bool on = !words.more();
+    if (!on && words.word("end") != "off")
+        words.fail("what may follow is 'off'");
+    return on;
+}
+
+reply_plan parse_reply_plan(script_words& words) {
     return parse_plan(words, reply_changes, "reply");
 }
 
-ScriptAction parse_reply(Words& words) {
-    return [plan = parse_reply_plan(words)](Plug& plug) { plug.board().plan_next(plan); };
+script_action parse_reply(script_words& words) {
+    return [plan = parse_reply_plan(words)](simulated_device& plug) { plug.board().plan_next(plan); };
 }
 
-ScriptAction parse_replies(Words& words) {
-    return [plan = parse_reply_plan(words)](Plug& plug) { plug.board().plan_all(plan); };
+script_action parse_replies(script_words& words) {
+    return [plan = parse_reply_plan(words)](simulated_device& plug) { plug.board().plan_all(plan); };
 }
 
-Event parse_event_fields(Words& words) {
-    Event event;
+board_event parse_event_fields(script_words& words) {
+    board_event event;
     event.id = words.byte("identifier");
     if (words.more())
         event.data = words.bytes("data");
     return event;
 }
 
-ScriptAction parse_event(Words& words) {
-    return [event = parse_event_fields(words)](Plug& plug) { plug.board().send_event(event); };
+script_action parse_event(script_words& words) {
+    return [event = parse_event_fields(words)](simulated_device& plug) { plug.board().send_event(event); };
 }
 
-ScriptAction parse_events(Words& words) {
+script_action parse_events(script_words& words) {
     const milliseconds period = words.time("period");
     if (period.count() == 0 && !words.more())
-        return [](Plug& plug) { plug.board().stop_events(); };
-    return [period, event = parse_event_fields(words)](Plug& plug) { plug.board().start_events(period, event); };
+        return [](simulated_device& plug) { plug.board().stop_events(); };
+    return [period, event = parse_event_fields(words)](simulated_device& plug) {
+        plug.board().start_events(period, event);
+    };
 }
 
-ScriptAction parse_lose(Words& words) {
-    const auto count = static_cast<unsigned>(words.number("number of events", most));
-    return [count](Plug& plug) { plug.board().lose_events(count); };
+script_action parse_lose(script_words& words) {
+    const auto count = static_cast<unsigned>(words.number("number of events", max_number));
+    return [count](simulated_device& plug) { plug.board().lose_events(count); };
 }
 
-ScriptAction parse_raw(Words& words) {
-    return [bytes = words.bytes("bytes")](Plug& plug) { plug.board().send_raw(bytes); };
+script_action parse_raw(script_words& words) {
+    return [bytes = words.bytes("bytes")](simulated_device& plug) { plug.board().send_raw(bytes); };
 }
 
-ScriptAction parse_memory(Words& words) {
+script_action parse_memory(script_words& words) {
     const std::size_t address = words.two_bytes("address");
-    Bytes bytes = words.bytes("bytes");
+    byte_vector bytes = words.bytes("bytes");
     if (address + bytes.size() > memory_size)
         words.fail(std::to_string(bytes.size()) + " bytes at " + std::to_string(address) +
                    " reach beyond the end of memory");
-    return [address, bytes = std::move(bytes)](Plug& plug) { plug.board().set_memory(address, bytes); };
+    return [address, bytes = std::move(bytes)](simulated_device& plug) { plug.board().set_memory(address, bytes); };
 }
 
-ScriptAction parse_identifier(Words& words) {
+script_action parse_identifier(script_words& words) {
     const std::uint16_t identifier = words.two_bytes("identifier");
-    return [identifier, bytes = words.bytes("bytes")](Plug& plug) { plug.board().set_identifier(identifier, bytes); };
+    return [identifier, bytes = words.bytes("bytes")](simulated_device& plug) {
+        plug.board().set_identifier(identifier, bytes);
+    };
 }
 
-ScriptAction parse_error(Words& words) {
+script_action parse_error(script_words& words) {
     const std::uint16_t status = words.two_bytes("status word");
-    return [status](Plug& plug) { plug.board().add_error(status); };
+    return [status](simulated_device& plug) { plug.board().add_error(status); };
 }
 
-ScriptAction parse_stall(Words& words) {
+script_action parse_stall(script_words& words) {
     const std::string_view word = words.word("number of bytes");
     if (word == "off")
-        return [](Plug& plug) { plug.accept_writes(); };
-    const auto bytes = static_cast<std::size_t>(words.to_number(word, most));
-    return [bytes](Plug& plug) { plug.stall_writes_after(bytes); };
+        return [](simulated_device& plug) { plug.accept_writes(); };
+    const auto bytes = static_cast<std::size_t>(words.to_number(word, max_number));
+    return [bytes](simulated_device& plug) { plug.stall_writes_after(bytes); };
 }
 
-ScriptAction parse_unplug(Words& words) {
+script_action parse_unplug(script_words& words) {
     const milliseconds delay = words.more() ? words.time("time") : milliseconds(0);
-    return [delay](Plug& plug) { plug.board().unplug(delay); };
+    return [delay](simulated_device& plug) { plug.board().unplug(delay); };
 }
 
 // The device as a USB controller, for lines that only those understand.
-Controller& as_controller(Plug& plug, const char* name) {
-    if (auto* const controller = dynamic_cast<Controller*>(&plug))
+simulated_controller& as_controller(simulated_device& plug, const char* name) {
+    if (auto* const controller = dynamic_cast<simulated_controller*>(&plug))
         return *controller;
-    throw ScriptError(std::string(name) + ": this is no USB controller");
+    throw script_error(std::string(name) + ": this is no USB controller");
 }
 
-ScriptAction parse_transfer(Words& words) {
+script_action parse_transfer(script_words& words) {
     const std::uint8_t endpoint = words.byte("endpoint");
-    return [endpoint, plan = parse_plan(words, transfer_changes, "transfer")](Plug& plug) {
+    return [endpoint, plan = parse_plan(words, transfer_changes, "transfer")](simulated_device& plug) {
         as_controller(plug, "transfer").plan_transfer(endpoint, plan);
     };
 }
 
-ScriptAction parse_refuse(Words& words) {
-    const bool refuse = !words.more();
-    if (!refuse && words.word("end") != "off")
-        words.fail("what may follow is \"off\"");
-    return [refuse](Plug& plug) { as_controller(plug, "refuse").refuse_open(refuse); };
+script_action parse_refuse(script_words& words) {
+    return [refuse = parse_unless_off(words)](simulated_device& plug) {
+        as_controller(plug, "refuse").refuse_open(refuse);
+    };
 }
 
-using LoaderChange = std::function<void(BootLoader& loader)>;
+script_action parse_zero_length(script_words& words) {
+    return [send = parse_unless_off(words)](simulated_device& plug) {
+        as_controller(plug, "zero-length").send_zero_length_packets(send);
+    };
+}
 
-LoaderChange parse_failing_request(Words& words) {
-    const auto nth = static_cast<unsigned>(words.number("number of the request", most));
+using loader_change = std::function<void(fx3_boot_loader& loader)>;
+
+void parse_failing_request(script_words& words, loader_change& change) {
+    const auto nth = static_cast<unsigned>(words.number("number of the request", max_number));
     const bool always = words.more();
     if (always && words.word("end") != "always")
-        words.fail("what may follow is \"always\"");
-    return [nth, always](BootLoader& loader) { loader.fail(nth, always); };
+        words.fail("what may follow is 'always'");
+    change = [nth, always](fx3_boot_loader& loader) { loader.fail(nth, always); };
 }
 
-LoaderChange parse_corrupt_readback(Words& words) {
+void parse_corrupt_readback(script_words& words, loader_change& change) {
     const auto reads =
-        words.more() ? static_cast<unsigned>(words.number("number of reads", most)) : BootLoader::for_ever;
-    return [reads](BootLoader& loader) { loader.corrupt_readback(reads); };
+        words.more() ? static_cast<unsigned>(words.number("number of reads", max_number)) : fx3_boot_loader::for_ever;
+    change = [reads](fx3_boot_loader& loader) { loader.corrupt_readback(reads); };
 }
 
-LoaderChange parse_loader_change(Words& words) {
-    const std::string_view name = words.word("change");
-    if (name == "fail")
-        return parse_failing_request(words);
-    if (name == "corrupt-readback")
-        return parse_corrupt_readback(words);
-    if (name != "erase-never-ends")
-        words.fail(quoted(name) + " is not a change of a boot loader");
-    return [](BootLoader& loader) { loader.never_end_erasing(); };
+void parse_endless_erasing(script_words&, loader_change& change) {
+    change = [](fx3_boot_loader& loader) { loader.never_end_erasing(); };
 }
 
-ScriptAction parse_firmware(Words& words) {
-    return [change = parse_loader_change(words)](Plug& plug) {
+constexpr script_change<loader_change> loader_changes[] = {
+    {"fail N [always]", parse_failing_request},
+    {"corrupt-readback [N]", parse_corrupt_readback},
+    {"erase-never-ends", parse_endless_erasing},
+};
+
+loader_change parse_loader_change(script_words& words) {
+    loader_change change;
+    parse_change(words, loader_changes, "boot loader").apply(words, change);
+    return change;
+}
+
+script_action parse_firmware(script_words& words) {
+    return [change = parse_loader_change(words)](simulated_device& plug) {
         const auto loader = as_controller(plug, "firmware").boot_loader();
         if (!loader)
-            throw ScriptError("firmware: this controller has no boot loader");
+            throw script_error("firmware: this controller has no boot loader");
         change(*loader);
     };
 }
 
-struct Line {
-    std::string_view name;
-    ScriptAction (*parse)(Words& words);
+template <class Subject, std::size_t size>
+std::vector<std::string> usages_of(const script_change<Subject> (&changes)[size]) {
+    std::vector<std::string> usages;
+    for (const script_change<Subject>& change : changes)
+        usages.emplace_back(change.usage);
+    return usages;
+}
+
+struct script_line {
+    std::string_view usage;
+    std::string_view help;
+    script_action (*parse)(script_words& words);
+    std::vector<std::string> (*changes)() = nullptr; // what CHANGE stands for in this line and in those before it
+    bool for_controllers = false;
 };
 
-constexpr Line lines[] = {
-    {"reply", parse_reply},   {"replies", parse_replies},   {"event", parse_event},   {"events", parse_events},
-    {"lose", parse_lose},     {"raw", parse_raw},           {"memory", parse_memory}, {"identifier", parse_identifier},
-    {"error", parse_error},   {"stall", parse_stall},       {"unplug", parse_unplug}, {"transfer", parse_transfer},
-    {"refuse", parse_refuse}, {"firmware", parse_firmware},
+constexpr script_line lines[] = {
+    {"reply [CHANGE ...]", "how the next answer goes; several such lines queue up", parse_reply},
+    {"replies [CHANGE ...]", "how every answer without such a line goes; no change: as usual again", parse_replies,
+     [] { return usages_of(reply_changes); }},
+    {"event ID [BYTES]", "sends an event with status 0xA000", parse_event},
+    {"events T ID [BYTES]", "sends one every T; 'events 0' ends that", parse_events},
+    {"lose N", "skips N sequence numbers of events, as if they had been lost", parse_lose},
+    {"raw BYTES", "sends bytes as they are", parse_raw},
+    {"memory ADDRESS BYTES", "sets memory", parse_memory},
+    {"identifier ID BYTES", "sets what an identifier holds", parse_identifier},
+    {"error N", "adds a status word to the error list", parse_error},
+    {"stall N", "accepts only N more bytes from the host; 'stall off' ends that", parse_stall},
+    {"unplug [T]", "pulls the plug, now or after T", parse_unplug},
+    {"transfer ENDPOINT [CHANGE ...]", "how one transfer on that endpoint address goes (0: a control request)",
+     parse_transfer, [] { return usages_of(transfer_changes); }, true},
+    {"refuse [off]", "refuses to be opened", parse_refuse, nullptr, true},
+    {"zero-length [off]", "off: sends no zero-length packet after bytes that fill a packet", parse_zero_length, nullptr,
+     true},
+    {"firmware CHANGE", "how the boot loader treats firmware requests", parse_firmware,
+     [] { return usages_of(loader_changes); }, true},
 };
+
+// "      CHANGE: silent | status N | ...", on as many rows as it takes.
+std::string help_of_changes(const std::vector<std::string>& usages) {
+    constexpr std::size_t max_width = 110;
+    std::string text;
+    std::string row = "      CHANGE:";
+    for (const std::string& usage : usages) {
+        const std::string item = ' ' + usage + (&usage == &usages.back() ? "" : " |");
+        if (row.size() + item.size() > max_width) {
+            text += row + '\n';
+            row = std::string(13, ' ');
+        }
+        row += item;
+    }
+    return text + row + '\n';
+}
+
+std::string help_of(const script_line& line) {
+    constexpr std::size_t help_column = 34;
+    std::string text = "  " + std::string(line.usage);
+    text += std::string(help_column - text.size(), ' ') + std::string(line.help) + '\n';
+    return line.changes == nullptr ? text : text + help_of_changes(line.changes());
+}
+
+std::string compose_help() {
+    std::string text = "Numbers are decimal, or hexadecimal after 0x. BYTES are pairs of hexadecimal digits, with or "
+                       "without blanks.\nTimes T are in milliseconds.\n";
+    bool for_controllers = false;
+    for (const script_line& line : lines) {
+        if (line.for_controllers != for_controllers)
+            text += "Behind a USB controller only:\n";
+        for_controllers = line.for_controllers;
+        text += help_of(line);
+    }
+    return text;
+}
 
 } // namespace
 
-ScriptAction parse_script_line(std::string_view text) {
-    Words words(text);
+script_action parse_script_line(std::string_view text) {
+    script_words words(text);
     if (words.name().empty())
-        return [](Plug&) {};
-    const Line* const line = find_entry(lines, words.name());
+        return [](simulated_device&) {};
+    const script_line* const line = find_entry(lines, words.name());
     if (line == std::end(lines))
-        throw ScriptError("no line begins with " + quoted(words.name()));
-    ScriptAction action = line->parse(words);
+        throw script_error("no line begins with " + quoted(words.name()));
+    script_action action = line->parse(words);
     words.end();
     return action;
+}
+
+const std::string& script_help() {
+    static const std::string& help = *new std::string(compose_help());
+    return help;
 }
 
 } // namespace jorvet::sim

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 #include "jorvet/sim/board/simulated_device.h"
@@ -10,14 +11,17 @@
 namespace jorvet::sim {
 
 // Why a line is not understood, in a sentence.
-class ScriptError : public std::runtime_error {
+class script_error : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-// What a line does to a device when run; an empty line does nothing. Both throw ScriptError, the action when the line
+// What a line does to a device when run; an empty line does nothing. Both throw script_error, the action when the line
 // is not for that kind of device.
-using ScriptAction = std::function<void(Plug& plug)>;
-ScriptAction parse_script_line(std::string_view line);
+using script_action = std::function<void(simulated_device& plug)>;
+script_action parse_script_line(std::string_view line);
+
+// Every kind of line with what it does, for people; lines end in '\n'.
+const std::string& script_help();
 
 } // namespace jorvet::sim

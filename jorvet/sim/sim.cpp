@@ -14,7 +14,7 @@
 using namespace jorvet::sim;
 
 struct jv_sim {
-    std::shared_ptr<Plug> first; // the one that was plugged in; others may have taken its place since
+    std::shared_ptr<simulated_device> first; // the one that was plugged in; others may have taken its place since
 };
 
 namespace {
@@ -23,12 +23,12 @@ thread_local std::string error_text;
 thread_local const char* error = "";
 
 // Runs lines up to the first one that is not understood, and gives its number, 0 for none.
-int run_lines(Plug& plug, std::string_view lines) {
+int run_lines(simulated_device& plug, std::string_view lines) {
     for (int number = 1;; ++number) {
         const std::size_t end = std::min(lines.find_first_of("\n;"), lines.size());
         try {
             parse_script_line(lines.substr(0, end))(plug);
-        } catch (const ScriptError& wrong) {
+        } catch (const script_error& wrong) {
             error_text = wrong.what();
             error = error_text.c_str();
             return number;
@@ -39,9 +39,9 @@ int run_lines(Plug& plug, std::string_view lines) {
     }
 }
 
-std::shared_ptr<Plug> plug_of(const jv_sim& sim) {
-    std::shared_ptr<Plug> plug = sim.first;
-    while (std::shared_ptr<Plug> next = plug->successor())
+std::shared_ptr<simulated_device> plug_of(const jv_sim& sim) {
+    std::shared_ptr<simulated_device> plug = sim.first;
+    while (std::shared_ptr<simulated_device> next = plug->successor())
         plug = std::move(next);
     return plug;
 }
@@ -65,32 +65,32 @@ std::string text_or(const char* text, const std::string& otherwise) {
 
 jv_sim* jv_sim_attach_bridge(const char* serial_number, const char* description) {
     return make_sim([=] {
-        BridgeOptions options;
+        bridge_options options;
         options.serial_number = text_or(serial_number, options.serial_number);
         options.description = text_or(description, options.description);
-        return Bridge::plug_in(options);
+        return simulated_bridge::plug_in(options);
     });
 }
 
 jv_sim* jv_sim_attach_controller(const char* serial_number, const char* friendly_name, jv_sim_speed speed) {
-    constexpr jorvet::platform::UsbSpeed speeds[] = {jorvet::platform::UsbSpeed::full, jorvet::platform::UsbSpeed::high,
-                                                     jorvet::platform::UsbSpeed::super};
+    constexpr jorvet::ports::usb_speed speeds[] = {jorvet::ports::usb_speed::full, jorvet::ports::usb_speed::high,
+                                                   jorvet::ports::usb_speed::super};
     if (speed < JV_SIM_FULL_SPEED || speed > JV_SIM_SUPER_SPEED)
         return nullptr;
     return make_sim([=] {
-        ControllerOptions options;
+        controller_options options;
         options.serial_number = text_or(serial_number, options.serial_number);
         options.friendly_name = text_or(friendly_name, options.friendly_name);
         options.speed = speeds[speed];
-        options.boot_loader = std::make_shared<BootLoader>();
-        return Controller::plug_in(options);
+        options.boot_loader = std::make_shared<fx3_boot_loader>();
+        return simulated_controller::plug_in(options);
     });
 }
 
 void jv_sim_detach(jv_sim* sim) {
     if (sim == nullptr)
         return;
-    for (std::shared_ptr<Plug> plug = sim->first; plug != nullptr; plug = plug->successor()) {
+    for (std::shared_ptr<simulated_device> plug = sim->first; plug != nullptr; plug = plug->successor()) {
         plug->unplug();
         plug->set_trace(nullptr);
     }
@@ -105,8 +105,12 @@ int jv_sim_script(jv_sim* sim, const char* lines) try {
     }
     return run_lines(*plug_of(*sim), lines);
 } catch (...) {
-    error = "memory or a thread could not be had";
+    error = "out of memory or threads";
     return -1;
+}
+
+const char* jv_sim_script_help(void) try { return script_help().c_str(); } catch (...) {
+    return "";
 }
 
 const char* jv_sim_error(void) {
@@ -119,7 +123,7 @@ void jv_sim_set_trace(jv_sim* sim, void (*trace)(void* context, int to_host, con
         return;
     if (trace == nullptr)
         return plug_of(*sim)->set_trace(nullptr);
-    plug_of(*sim)->set_trace([=](Direction direction, const std::uint8_t* bytes, std::size_t count) {
-        trace(context, direction == Direction::to_host ? 1 : 0, bytes, count);
+    plug_of(*sim)->set_trace([=](link_direction direction, const std::uint8_t* bytes, std::size_t count) {
+        trace(context, direction == link_direction::to_host ? 1 : 0, bytes, count);
     });
 }

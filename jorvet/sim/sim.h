@@ -6,7 +6,7 @@
 
 #include <stddef.h>
 
-#include "jorvet/sim/export.h"
+#include "jorvet/base/export.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -29,37 +29,39 @@ JV_SIM_API jv_sim* jv_sim_attach_controller(const char* serial_number, const cha
 /* Unplugs it (if it still is plugged in), ends its trace and frees it; null is ignored. */
 JV_SIM_API void jv_sim_detach(jv_sim* sim);
 
-/* Runs script lines, separated by newlines or semicolons, in order, up to the first one that is not understood. Numbers
- * are decimal, or hexadecimal after 0x; BYTES are hexadecimal digits; times are milliseconds. Lines:
+/* Runs script lines, separated by newlines or semicolons, in order, up to the first one that is not understood or is
+ * not for this kind of device. These are the lines; jv_sim_script_help returns the same list:
  *
- *   reply [CHANGE …]        how the next answer goes; several such lines queue up
- *   replies [CHANGE …]      how every answer goes that has no line of its own; without changes: as usual again
- *       changes: silent | status N | data BYTES | crc | no-crc | wrong-crc | delay T | fragment N | gap T |
- *                before BYTES | after BYTES | unplug-after N
- *   event ID [BYTES]        sends an event, status 0xA000
- *   events T ID [BYTES]     sends one every T (0: stops)
- *   lose N                  lets N sequence numbers of events pass
- *   raw BYTES               sends bytes as they are
- *   memory ADDRESS BYTES    sets memory
- *   identifier ID BYTES     sets an identifier
- *   error N                 adds to the error list
- *   stall N                 takes only N more bytes of what the host writes; "stall off" ends that
- *   unplug [T]              pulls the plug, now or T from now
+ * Numbers are decimal, or hexadecimal after 0x. BYTES are pairs of hexadecimal digits, with or without blanks.
+ * Times T are in milliseconds.
+ *   reply [CHANGE ...]              how the next answer goes; several such lines queue up
+ *   replies [CHANGE ...]            how every answer without such a line goes; no change: as usual again
+ *       CHANGE: silent | status N | data BYTES | crc | no-crc | wrong-crc | delay T | fragment N | gap T |
+ *               before BYTES | after BYTES | unplug-after N
+ *   event ID [BYTES]                sends an event with status 0xA000
+ *   events T ID [BYTES]             sends one every T; 'events 0' ends that
+ *   lose N                          skips N sequence numbers of events, as if they had been lost
+ *   raw BYTES                       sends bytes as they are
+ *   memory ADDRESS BYTES            sets memory
+ *   identifier ID BYTES             sets what an identifier holds
+ *   error N                         adds a status word to the error list
+ *   stall N                         accepts only N more bytes from the host; 'stall off' ends that
+ *   unplug [T]                      pulls the plug, now or after T
+ * Behind a USB controller only:
+ *   transfer ENDPOINT [CHANGE ...]  how one transfer on that endpoint address goes (0: a control request)
+ *       CHANGE: stall | babble | fail [N] | silent | short N | data BYTES | delay T
+ *   refuse [off]                    refuses to be opened
+ *   zero-length [off]               off: sends no zero-length packet after bytes that fill a packet
+ *   firmware CHANGE                 how the boot loader treats firmware requests
+ *       CHANGE: fail N [always] | corrupt-readback [N] | erase-never-ends
  *
- * For a USB controller only:
- *
- *   transfer ENDPOINT [CHANGE …]   how one transfer on that endpoint (0: control) goes, the oldest pending one or else
- *                           the next; several such lines queue up
- *       changes: stall | babble | fail [N] (after N bytes) | silent | short N (ends after N bytes) |
- *                data BYTES (instead of the device's own) | delay T
- *   refuse                  refuses to be opened; "refuse off" ends that
- *   firmware fail N [always]   its boot loader stalls the Nth firmware request from now, and all after it
- *   firmware corrupt-readback [N]   the next N answers with memory in them, or all, have a wrong byte
- *   firmware erase-never-ends   its SPI flash is never ready again once it erases
- *
- * Returns 0, or the number (from 1) of the line that was not understood, empty ones counted: jv_sim_error says why. -1
- * when a resource could not be had or an argument is null. */
+ * Returns 0, or the number (from 1) of the line that was not run, empty ones counted; jv_sim_error says why. Returns -1
+ * when memory or a thread cannot be allocated or an argument is null. */
 JV_SIM_API int jv_sim_script(jv_sim* sim, const char* lines);
+
+/* The list of script lines above, each ended by a newline. Valid until the process ends; "" when memory cannot be
+ * allocated. */
+JV_SIM_API const char* jv_sim_script_help(void);
 
 /* Why the last jv_sim_script of this thread failed; valid until its next one. "" after success. */
 JV_SIM_API const char* jv_sim_error(void);

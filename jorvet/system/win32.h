@@ -23,7 +23,7 @@
 
 #include <cstdint>
 
-#include "jorvet/platform/export.h"
+#include "jorvet/base/export.h"
 
 using BOOL = int;
 using BYTE = std::uint8_t;

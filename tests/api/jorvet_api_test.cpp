@@ -41,8 +41,8 @@ const struct {
 // Notes what is written to the board, piece by piece.
 struct Api : ConnectedBoard {
     Api() {
-        board.bridge->set_trace([this](sim::Direction direction, const std::uint8_t* bytes, std::size_t count) {
-            if (direction == sim::Direction::to_board)
+        board.bridge->set_trace([this](sim::link_direction direction, const std::uint8_t* bytes, std::size_t count) {
+            if (direction == sim::link_direction::to_board)
                 written.emplace_back(bytes, bytes + count);
         });
     }
@@ -52,7 +52,7 @@ struct Api : ConnectedBoard {
 };
 
 TEST_F(Api, SendsEachRequestInOnePieceAndNamesItsTimeout) {
-    sim::ReplyPlan silence;
+    sim::reply_plan silence;
     silence.silent = true;
     board->plan_all(silence);
     set_timeouts(0);

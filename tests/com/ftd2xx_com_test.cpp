@@ -13,7 +13,7 @@ std::deque<plugged_board> plug_in(unsigned count) {
     std::deque<plugged_board> boards;
     for (unsigned i = 0; i < count; ++i)
         boards.emplace_back(
-            sim::BridgeOptions{"S" + std::to_string(i), i % 2 == 0 ? "even" : "Odd", 8, 100 + i % 3, 7 + i / 2});
+            sim::bridge_options{"S" + std::to_string(i), i % 2 == 0 ? "even" : "Odd", 8, 100 + i % 3, 7 + i / 2});
     return boards;
 }
 

@@ -10,18 +10,18 @@ namespace jorvet::testing {
 namespace {
 
 using list = CUsbCypCom;
-using platform::UsbEnd;
+using ports::usb_end;
 
-sim::TransferPlan ends(UsbEnd end, std::optional<std::size_t> after = {}) {
-    sim::TransferPlan plan;
+sim::transfer_plan ends(usb_end end, std::optional<std::size_t> after = {}) {
+    sim::transfer_plan plan;
     plan.end = end;
     plan.after = after;
     return plan;
 }
 
 // A second device beside the usual one.
-sim::ControllerOptions second_of(Behind behind) {
-    sim::ControllerOptions options = controller_options(behind);
+sim::controller_options second_of(Behind behind) {
+    sim::controller_options options = controller_options(behind);
     options.serial_number = "JV-1002";
     options.friendly_name = "another";
     options.product_id = 0x1234;
@@ -29,8 +29,8 @@ sim::ControllerOptions second_of(Behind behind) {
 }
 
 // Configuration 1 with these descriptors of an interface and its endpoints.
-sim::ControllerOptions configured(Behind behind, unsigned configurations, const char* entries) {
-    sim::ControllerOptions options = controller_options(behind);
+sim::controller_options configured(Behind behind, unsigned configurations, const char* entries) {
+    sim::controller_options options = controller_options(behind);
     options.descriptors = sim::board_descriptors(options.speed, options.vendor_id, options.product_id, "1");
     options.descriptors->device[17] = static_cast<unsigned char>(configurations);
     byte_vector whole = from_hex("09 02 00 00 01 01 00 80 FA");
@@ -130,8 +130,21 @@ TEST_P(CypressCom, ReceivesEveryByteHoweverItIsCutAndAfterAnySilence) {
               GetParam() == Behind::super_speed_controller);
 }
 
+TEST_P(CypressCom, SeesAReplyThatFillsItsLastPacketWithTheNextBytesOrOnAnIdleSuperSpeedLink) {
+    board.controller->send_zero_length_packets(false);
+    byte_vector bytes(2048, 0x5A);
+    board->send_raw(bytes);
+    if (GetParam() == Behind::high_speed_controller) {
+        std::this_thread::sleep_for(milliseconds(20)); // longer than an idle SuperSpeed link waits
+        EXPECT_TRUE(com.read_input_data().empty());
+        board.send("01");
+        bytes.push_back(1);
+    }
+    expect_received(bytes);
+}
+
 TEST_P(CypressCom, DeliversWhatAFailedTransferBroughtAndThenListensNoMore) {
-    for (const UsbEnd end : {UsbEnd::failed, UsbEnd::babble, UsbEnd::stalled}) {
+    for (const usb_end end : {usb_end::failed, usb_end::babble, usb_end::stalled}) {
         const plugged_board another(second_of(GetParam()));
         ASSERT_EQ(com.open_by_index(1), JV_OK);
         another.controller->plan_transfer(0x81, ends(end, 3));
@@ -156,6 +169,42 @@ TEST_P(CypressCom, EndsOnUnplugWhileIdleAndWritingAndOpensTheNextDevice) {
     const plugged_board another(GetParam());
     EXPECT_EQ(com.open_by_index(0), JV_OK);
     EXPECT_EQ(com.write(bytes.data(), 10), JV_OK);
+}
+
+TEST(CypressLinks, OfOneDeviceTakeEachOthersReplies) {
+    const plugged_board board(Behind::high_speed_controller);
+    CUsbCypCom first, second;
+    ASSERT_TRUE(first.open_by_index(0) == JV_OK && second.open_by_index(0) == JV_OK);
+    byte_vector get_mode = from_hex("90 32 00 00 00 00 00");
+    std::size_t to_first = 0, to_second = 0; // bytes; each reply ends the transfer that was started earlier
+    for (const std::size_t total : {6, 12}) {
+        EXPECT_EQ(second.write(get_mode.data(), 7), JV_OK);
+        EXPECT_TRUE(eventually([&] {
+            to_first += first.read_input_data().size();
+            to_second += second.read_input_data().size();
+            return to_first + to_second == total;
+        }));
+    }
+    EXPECT_EQ(to_first, to_second);
+}
+
+TEST(CypressPurge, EndsReceivingWhenTheDriverReportsACancelledTransferAsFailed) {
+    for (const usb_end end : {usb_end::cancelled, usb_end::failed}) {
+        sim::controller_options options = controller_options(Behind::high_speed_controller);
+        options.end_when_aborted = end;
+        const plugged_board board(options);
+        CUsbCypCom com;
+        ASSERT_EQ(com.open_by_index(0), JV_OK);
+        const auto receives = [&] {
+            board.send("0A");
+            return eventually([&] { return !com.read_input_data().empty(); }, 200);
+        };
+        EXPECT_TRUE(receives());
+        EXPECT_EQ(com.purge_rx(), JV_OK);
+        EXPECT_EQ(receives(), end == usb_end::cancelled);
+        EXPECT_EQ(com.open_by_index(0), JV_OK);
+        EXPECT_TRUE(receives()) << "again after a connect";
+    }
 }
 
 TEST(CypressWrite, IsGivenUpWhenTheDeviceDoesNotTakeIt) {

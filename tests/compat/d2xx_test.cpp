@@ -18,7 +18,8 @@ class D2xx : public ::testing::Test {
             bridge->unplug();
     }
 
-    std::shared_ptr<Bridge> first = Bridge::plug_in({"A"}), second = Bridge::plug_in({"B"});
+    std::shared_ptr<simulated_bridge> first = simulated_bridge::plug_in({"A"}),
+                                      second = simulated_bridge::plug_in({"B"});
     FT_HANDLE handle = nullptr;
     char buffer[16] = {};
     DWORD count = 99;

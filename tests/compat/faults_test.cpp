@@ -4,7 +4,7 @@
 #include "jorvet/compat/faults.h"
 #include "jorvet/system/d2xx.h"
 
-using namespace jorvet::platform;
+using namespace jorvet::compat;
 
 namespace {
 
@@ -20,7 +20,7 @@ TEST(Faults, hit_the_nth_matching_call_once_or_from_then_on) {
         {"FT_Write", 3, true, ".....", 2},  {"FT_*", 2, false, "..x..", 4},     {"FT_*", 2, true, "..xxx", 4},
         {"*", 2, true, ".xxxx", 5},         {"FT_", 1, true, ".....", 0},       {"SetEvent", 1, false, ".x...", 1}};
     for (const auto& c : cases) {
-        const faults::Scope armed(c.function, c.nth, 99, c.from_then_on);
+        const faults::scope armed(c.function, c.nth, 99, c.from_then_on);
         std::string pattern;
         for (const char* call : {"FT_Write", "SetEvent", "FT_Read", "FT_WriteEE", "FT_Write"})
             pattern += faults::due(call) == 99u ? 'x' : '.';

@@ -5,7 +5,7 @@
 
 #include "jorvet/compat/kernel/objects.h"
 
-using namespace jorvet::platform;
+using namespace jorvet::compat;
 
 namespace {
 

@@ -13,7 +13,8 @@
 #include "jorvet/system/cyusb_driver.h"
 #include "jorvet/system/win32.h"
 
-using namespace jorvet::platform;
+using namespace jorvet;
+using namespace jorvet::compat;
 
 namespace {
 
@@ -23,53 +24,56 @@ using Answer = std::pair<DWORD, DWORD>; // error, bytes
 const GUID driver_class = {0xAE18AA60, 0x7F6A, 0x11D4, {0x97, 0xDD, 0, 1, 2, 0x29, 0xB9, 0x59}};
 
 // Keeps transfers pending until the test ends them, or ends them inside the call when `at_once` is set.
-class FakeUsb final : public UsbPort {
+class FakeUsb final : public ports::usb_port {
   public:
     bool at_once = false, deaf_to_abort = false;
-    UsbResult answer;
-    PortStatus state = PortStatus::ok;
+    ports::usb_result answer;
+    ports::port_status state = ports::port_status::ok;
     Log log; // of what was done while all was well
 
     // Ends all pending transfers, for those too that the driver has given up.
-    void end(const UsbResult& result) {
+    void end(const ports::usb_result& result) {
         std::unique_lock<std::mutex> lock(mutex_);
         const auto ended = std::exchange(pending_, {});
         lock.unlock();
         for (const auto& done : ended)
             done(result);
     }
-    UsbIdentity identity() const override { return {"FX3", "Test board", "A1", 0x04B4, 0x00F1}; }
-    PortStatus open() override { return state; }
+    ports::usb_identity identity() const override { return {"FX3", "Test board", "A1", 0x04B4, 0x00F1}; }
+    ports::port_status open() override { return state; }
     void close() override {}
-    void control(const UsbSetup& s, const std::uint8_t* data, unsigned timeout_ms, UsbCompletion done) override {
+    void control(const ports::usb_setup& s, const std::uint8_t* data, unsigned timeout_ms,
+                 ports::usb_completion done) override {
         take({s.request_type, s.request, s.value, s.index, s.length, timeout_ms, data == nullptr}, std::move(done));
     }
-    void submit(const UsbTransfer& t, UsbCompletion done) override {
+    void submit(const ports::usb_transfer& t, ports::usb_completion done) override {
         take({t.endpoint, t.data != nullptr ? t.data[t.length - 1] : 0u}, std::move(done));
     }
-    PortStatus abort(std::uint8_t endpoint) override {
+    ports::port_status abort(std::uint8_t endpoint) override {
         if (!deaf_to_abort)
-            end({UsbEnd::cancelled, 0, nullptr, {}});
+            end({ports::usb_end::cancelled, 0, nullptr, {}});
         return note({'a', endpoint});
     }
-    PortStatus reset_endpoint(std::uint8_t endpoint) override { return note({'r', endpoint}); }
-    PortStatus select_alternate(std::uint8_t setting) override { return note({'s', setting}); }
-    PortStatus alternate(std::uint8_t* setting) override { return *setting = 3, state; }
-    PortStatus speed(UsbSpeed* speed) override { return *speed = UsbSpeed::super, state; }
-    PortStatus bus_address(std::uint8_t* address) override { return *address = 7, state; }
-    PortStatus power(UsbPower* power) override { return *power = UsbPower::suspended, state; }
-    PortStatus set_power(UsbPower power) override { return note({'p', power == UsbPower::resumed}); }
-    PortStatus reset_port() override { return note({'R'}); }
-    PortStatus cycle_port() override { return note({'C'}); }
+    ports::port_status reset_endpoint(std::uint8_t endpoint) override { return note({'r', endpoint}); }
+    ports::port_status select_alternate(std::uint8_t setting) override { return note({'s', setting}); }
+    ports::port_status alternate(std::uint8_t* setting) override { return *setting = 3, state; }
+    ports::port_status speed(ports::usb_speed* speed) override { return *speed = ports::usb_speed::super, state; }
+    ports::port_status bus_address(std::uint8_t* address) override { return *address = 7, state; }
+    ports::port_status power(ports::usb_power* power) override { return *power = ports::usb_power::suspended, state; }
+    ports::port_status set_power(ports::usb_power power) override {
+        return note({'p', power == ports::usb_power::resumed});
+    }
+    ports::port_status reset_port() override { return note({'R'}); }
+    ports::port_status cycle_port() override { return note({'C'}); }
 
   private:
-    PortStatus note(std::initializer_list<unsigned> numbers) {
+    ports::port_status note(std::initializer_list<unsigned> numbers) {
         const std::lock_guard<std::mutex> lock(mutex_);
-        if (state == PortStatus::ok)
+        if (state == ports::port_status::ok)
             log.insert(log.end(), numbers);
         return state;
     }
-    void take(std::initializer_list<unsigned> numbers, UsbCompletion done) {
+    void take(std::initializer_list<unsigned> numbers, ports::usb_completion done) {
         note(numbers);
         if (at_once)
             return done(answer);
@@ -77,7 +81,7 @@ class FakeUsb final : public UsbPort {
         pending_.push_back(std::move(done));
     }
     std::mutex mutex_;
-    std::vector<UsbCompletion> pending_;
+    std::vector<ports::usb_completion> pending_;
 };
 
 Bytes block(std::uint8_t endpoint, unsigned table, unsigned data, bool direct = false) {
@@ -137,9 +141,9 @@ TEST_F(UsbDriverTest, each_request_checks_its_buffers_and_brings_back_its_bytes)
         EXPECT_TRUE(out.empty() || request(code, in, less_out) == Answer(122, 0)) << code;
         EXPECT_TRUE(in.empty() || request(code, less_in, out) == Answer(87, 0)) << code;
         EXPECT_TRUE(request(code, in, out) == Answer(0, out_size) && word(out, 0) == first_out) << code;
-        usb->state = PortStatus::gone;
+        usb->state = ports::port_status::gone;
         EXPECT_EQ(Answer(1167, 0), request(code, in, out)) << code;
-        usb->state = PortStatus::ok;
+        usb->state = ports::port_status::ok;
     }
     EXPECT_EQ(Log({'s', 2, 'p', 1, 'p', 0, 'C', 'r', 0x81, 'R', 'a', 0x81}), usb->log);
     Bytes none, power{2, 0, 0, 0};
@@ -148,7 +152,7 @@ TEST_F(UsbDriverTest, each_request_checks_its_buffers_and_brings_back_its_bytes)
 }
 
 TEST_F(UsbDriverTest, transfers_end_with_bytes_error_and_status_words_in_both_modes_at_once_and_later) {
-    // of each UsbEnd in turn: bytes, error, status words
+    // of each usb_end in turn: bytes, error, status words
     const DWORD rows[][4] = {{5, 0, 0x00000000, 0x00000000},  {0, 31, 0xC0000001, 0xC0000004},
                              {5, 31, 0xC0000001, 0xC0000008}, {2, 995, 0x00000000, 0x00000000},
                              {2, 31, 0xC00000B5, 0xC0006000}, {2, 31, 0xC0000001, 0xC0000005},
@@ -157,7 +161,7 @@ TEST_F(UsbDriverTest, transfers_end_with_bytes_error_and_status_words_in_both_mo
         const auto& [count, error, nt, usbd] = rows[i / 4];
         const bool direct = i % 2 == 1, later = i % 4 > 1, refused = !later && (error == 1167 || error == 87);
         Bytes in = block(0x81, 0, 8, direct), data(8, 'x'), &out = direct ? data : in;
-        usb->answer = {UsbEnd(i / 4), count, hello, {}};
+        usb->answer = {ports::usb_end(i / 4), count, hello, {}};
         usb->at_once = !later;
         const DWORD bytes = (direct ? 0 : 38) + count;
         const Answer started = error == 0 && !later ? Answer(0, bytes) : Answer(refused ? error : 997, 0);
@@ -173,7 +177,7 @@ TEST_F(UsbDriverTest, transfers_end_with_bytes_error_and_status_words_in_both_mo
 
 TEST_F(UsbDriverTest, what_the_block_asks_for_reaches_the_port_and_the_packet_table_comes_back) {
     usb->at_once = true;
-    usb->answer = {UsbEnd::ok, 8, hello, {}};
+    usb->answer = {ports::usb_end::ok, 8, hello, {}};
     Bytes control = block(0, 0, 8), out = block(0x02, 0, 5), packets = block(0x83, 24, 5, true), data(5);
     const std::uint8_t setup[] = {0x40, 0xB0, 0x34, 0x12, 9, 0, 8, 0, 3};
     std::memcpy(control.data(), setup, sizeof(setup));
@@ -181,7 +185,7 @@ TEST_F(UsbDriverTest, what_the_block_asks_for_reaches_the_port_and_the_packet_ta
     EXPECT_EQ(Answer(31, 0), request(0x220024, out, out)); // more than there was room for
     EXPECT_EQ(Log({0x40, 0xB0, 0x1234, 9, 8, 3000, 0, 2, 'x'}), usb->log);
     EXPECT_EQ(0xC0000008, word(out, 18));
-    usb->answer = {UsbEnd::ok, 5, hello, {{UsbEnd::ok, 3}, {UsbEnd::failed, 2}}};
+    usb->answer = {ports::usb_end::ok, 5, hello, {{ports::usb_end::ok, 3}, {ports::usb_end::failed, 2}}};
     EXPECT_EQ(Answer(0, 5), request(0x22004B, packets, data));
     EXPECT_EQ(Bytes({0, 0, 0, 0, 3, 0, 0, 0, 5, 0, 0, 0xC0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}),
               Bytes(packets.begin() + 38, packets.end()));
@@ -206,7 +210,7 @@ TEST_F(UsbDriverTest, blocks_that_name_places_outside_themselves_are_refused) {
 TEST_F(UsbDriverTest, abort_unplug_and_close_end_what_is_pending_and_a_late_end_touches_nothing) {
     Bytes address{0x81}, none;
     const auto abort = [&] { EXPECT_EQ(Answer(0, 0), request(0x220044, address, none)); };
-    const auto unplug = [&] { usb->end({UsbEnd::gone, 0, nullptr, {}}); };
+    const auto unplug = [&] { usb->end({ports::usb_end::gone, 0, nullptr, {}}); };
     const auto close = [&] { EXPECT_TRUE(CloseHandle(std::exchange(device, open()))); };
     const std::tuple<std::function<void()>, DWORD, DWORD> rows[] = {
         {abort, 995, 0}, {unplug, 1167, 0xC000009D}, {close, 995, 0}};
@@ -221,7 +225,7 @@ TEST_F(UsbDriverTest, abort_unplug_and_close_end_what_is_pending_and_a_late_end_
         Bytes().swap(data);
         other.join();
         EXPECT_EQ(error, result().first);
-        usb->end({UsbEnd::ok, 5, hello, {}});
+        usb->end({ports::usb_end::ok, 5, hello, {}});
     }
 }
 
@@ -229,7 +233,7 @@ TEST_F(UsbDriverTest, ends_and_closes_that_race_report_every_request_once) {
     for (int round = 0; round < 200; ++round) {
         Bytes in = block(0x81, 0, 0, true), data(8, 'x'), late = in, room(8);
         request(0x22004B, in, data, &record);
-        std::thread port([&] { usb->end({UsbEnd::ok, 5, hello, {}}); });
+        std::thread port([&] { usb->end({ports::usb_end::ok, 5, hello, {}}); });
         std::thread waiting([&] {
             const DWORD error = request(0x22004B, late, room).first;
             EXPECT_TRUE(error == 0 || error == 995 || error == 6) << error;
@@ -246,9 +250,9 @@ TEST_F(UsbDriverTest, ends_and_closes_that_race_report_every_request_once) {
 TEST_F(UsbDriverTest, opening_listing_and_registering_say_why_they_fail) {
     const auto failed = [](bool failure, DWORD error) { return failure && GetLastError() == error; };
     EXPECT_TRUE(failed(open("\\\\?\\usb#none") == INVALID_HANDLE_VALUE, 2));
-    usb->state = PortStatus::refused;
+    usb->state = ports::port_status::refused;
     EXPECT_TRUE(failed(open() == INVALID_HANDLE_VALUE, 5));
-    usb->state = PortStatus::gone;
+    usb->state = ports::port_status::gone;
     EXPECT_TRUE(failed(open() == INVALID_HANDLE_VALUE, 2));
     SP_DEVICE_INTERFACE_DATA data{sizeof(data), {}, 0, 0};
     const HDEVINFO set = SetupDiGetClassDevsA(&driver_class, nullptr, nullptr, 0x12);
@@ -263,7 +267,7 @@ TEST_F(UsbDriverTest, opening_listing_and_registering_say_why_they_fail) {
     const HDEVNOTIFY registration = RegisterDeviceNotificationA(&filter, &filter, 0);
     EXPECT_TRUE(UnregisterDeviceNotification(registration) && !UnregisterDeviceNotification(registration));
     Bytes none;
-    const faults::Scope fault("DeviceIoControl", 2, 77);
+    const faults::scope fault("DeviceIoControl", 2, 77);
     EXPECT_EQ(Answer(1167, 0), request(0x220030, none, none));
     EXPECT_EQ(Answer(77, 0), request(0x220030, none, none));
 }

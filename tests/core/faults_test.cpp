@@ -33,7 +33,7 @@ const struct {
                {"FT_CreateDeviceInfoList", 1, 7, false},
                {"FT_GetDeviceInfoList", 1, 7, false}};
 
-long settings_in_place(const sim::BridgeSettings& s) {
+long settings_in_place(const sim::bridge_settings& s) {
     const bool in_place[] = {s.opens == 1,
                              s.resets == 1,
                              s.in_transfer == 8192 && s.out_transfer == 16384,
@@ -65,9 +65,9 @@ TEST(Opening, MakesNoOtherDriverCalls) {
     unsigned fewest = 1000; // on a slow machine the listening thread may already ask after the bridge
     for (int round = 0; round < 5; ++round) {
         CJorvet jorvet(0);
-        const platform::faults::Scope armed("FT_*", 1000, 4);
+        const compat::faults::scope armed("FT_*", 1000, 4);
         EXPECT_EQ(jorvet.connect(0), JV_OK);
-        fewest = std::min(fewest, platform::faults::calls_seen());
+        fewest = std::min(fewest, compat::faults::calls_seen());
     }
     EXPECT_EQ(fewest, std::size(opening));
 }

@@ -60,7 +60,7 @@ TEST(Instance, SurvivesTheLossOfItsLinkAtAnyMoment) {
         [](plugged_board& board, CJorvet&) { board.bridge->unplug(); },                           // idle
         [](plugged_board& board, CJorvet&) { board.send("80 A000 00"), board.bridge->unplug(); }, // in mid-frame
         [](plugged_board& board, CJorvet& jorvet) {                                               // in mid-request
-            sim::ReplyPlan plan;
+            sim::reply_plan plan;
             plan.unplug_after = 3;
             board->plan_next(plan);
             EXPECT_EQ(jorvet.rq_read_error(1, false), JV_ERR_TIMEOUT_READ_ERROR);

@@ -32,7 +32,7 @@ TEST_P(Requests, ReturnTheCodeOfTheBoardsStatusWordOrSuccessForAnUnknownOne) {
 }
 
 TEST_P(Requests, DoNotCheckTheCrcOfAReply) {
-    sim::ReplyPlan plan = reply(0xA000, "12");
+    sim::reply_plan plan = reply(0xA000, "12");
     plan.with_crc = plan.wrong_crc = true;
     board->plan_next(plan);
     EXPECT_EQ(read_byte(), JV_OK);
@@ -68,12 +68,12 @@ TEST_P(Requests, GetTheirOwnReplyOnceTheLateOneHasBeenWaitedFor) {
 }
 
 TEST_P(Requests, OfSeveralThreadsRunOneAtATime) {
-    sim::ReplyPlan usual;
+    sim::reply_plan usual;
     usual.pacing.delay = milliseconds(1);
     board->plan_all(usual);
     std::string directions;
-    board.device->set_trace([&](sim::Direction direction, const std::uint8_t*, std::size_t) {
-        directions += direction == sim::Direction::to_board ? '>' : '<';
+    board.device->set_trace([&](sim::link_direction direction, const std::uint8_t*, std::size_t) {
+        directions += direction == sim::link_direction::to_board ? '>' : '<';
     });
     const auto read = [&](unsigned char id) {
         unsigned short got = 0;
@@ -127,8 +127,8 @@ TEST_P(Requests, ReturnTheFailureOfTheWriteAtOnce) {
         board.bridge->stall_writes_after(3);
         EXPECT_EQ(request(), 0x30102002u);
     } else {
-        for (const platform::UsbEnd end : {platform::UsbEnd::stalled, platform::UsbEnd::failed}) {
-            sim::TransferPlan plan;
+        for (const ports::usb_end end : {ports::usb_end::stalled, ports::usb_end::failed}) {
+            sim::transfer_plan plan;
             plan.end = end;
             board.controller->plan_transfer(0x02, plan);
             EXPECT_EQ(request(), 0x30103002u);

@@ -10,10 +10,10 @@ namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::size_t stream_bytes = std::size_t{64} << 20;
-constexpr long most_growth = long{1} << 40; // sanitizers keep freed memory
+constexpr long max_growth = long{1} << 40; // sanitizers keep freed memory
 #else
 constexpr std::size_t stream_bytes = std::size_t{1} << 30;
-constexpr long most_growth = 32 << 20;
+constexpr long max_growth = 32 << 20;
 #endif
 constexpr std::size_t data_bytes = 1017; // a frame of 1,024 bytes
 constexpr std::size_t burst_frames = 500;
@@ -87,7 +87,7 @@ TEST(Stream, OfEventsArrivesWholeAndInOrderInFlatMemory) {
     }
     EXPECT_GE(taken, frames);
     EXPECT_EQ(jorvet.lost_events(), 0u);
-    EXPECT_LT((resident_pages() - pages_early) * getpagesize(), most_growth);
+    EXPECT_LT((resident_pages() - pages_early) * getpagesize(), max_growth);
     gave_up = true;
     sender.join();
 }

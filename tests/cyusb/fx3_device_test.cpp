@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "jorvet/cyusb/fx3_device.h"
 #include "jorvet/cyusb/fx3_download.h"
 #include "jorvet/sim/usb/boot_loader.h"
 
@@ -29,7 +30,7 @@ Bytes noise(std::size_t size) {
 }
 
 struct Fx3DeviceTest : fake::Test {
-    jorvet::sim::BootLoader loader;
+    jorvet::sim::fx3_boot_loader loader;
     std::string sent; // vendor requests
     std::optional<CCyFX3Device> device;
 
@@ -179,7 +180,7 @@ TEST_F(Fx3DeviceTest, each_failure_has_its_status) {
     EXPECT_EQ(FX3_NO_FILE, device->DownloadFw(testing::TempDir().c_str(), FX3_MEDIUM_SPI));
     EXPECT_TRUE(device->UploadBufferFromDevice(0, 3, Bytes(3).data(), 0xC4)); // ends the erasing that is left
     loader.never_end_erasing();
-    EXPECT_FALSE(fx3_download(*device, {{}, std::chrono::milliseconds(40)}).erase_sector(0, 0xC4));
+    EXPECT_FALSE(fx3_download(device->VendorChannel(), {{}, std::chrono::milliseconds(40)}).erase_sector(0, 0xC4));
     EXPECT_TRUE(count(sent) > 8 && count(sent) < 15) << "polls not for the time allowed, or without a pause: " << sent;
 }
 

@@ -4,6 +4,7 @@ import re
 import shlex
 import subprocess
 import sys
+import tempfile
 from pathlib import Path
 
 
@@ -49,6 +50,40 @@ def protocol_sessions(document, jvctl):
         assert run.returncode == 0, run
         assert pieces(session) == pieces(run.stderr), f"shown:\n{pieces(session)}\ntraced:\n{pieces(run.stderr)}"
     assert len(sessions) == 3, f"{len(sessions)} sessions"
+
+
+def script_lines(header, jvctl):
+    """The header of the simulation lists the script lines as the tool's help does."""
+    text = subprocess.run([jvctl, "--help"], check=True, capture_output=True, text=True).stdout
+    listed = re.search(r"^Script lines of a simulated board:\n((?:.+\n)+)", text, re.M)[1]
+    comment = "".join(f" * {line}\n" for line in listed.splitlines())
+    assert listed.count("\n") > 20 and comment in Path(header).read_text(), f"jvctl says:\n{comment}"
+
+
+def layers(script, source):
+    """Includes point down, and the script that says so names each planted line that does not."""
+    def run(folder):
+        result = subprocess.run([script, folder], capture_output=True, text=True)
+        return result.returncode, result.stdout.splitlines()
+
+    assert run(source)[0] == 0, run(source)[1]
+    planted = {
+        "base/low.h": ("#include \"jorvet/core/jorvet.h\"", "base/ includes core/"),
+        "com/side.h": ("#include \"jorvet/protocol/crc.h\"", "com/ includes protocol/"),
+        "core/under.cpp": ("#include <jorvet/compat/faults.h>", "core/ includes compat/"),
+        "ports/first.h": ("#include \"jorvet/ports/second.h\"", "circle"),
+        "ports/second.h": ("#include \"jorvet/ports/first.h\"", "circle"),
+        "com/asks.cpp": ("#if defined(_WIN32)", "_WIN32"),
+    }
+    with tempfile.TemporaryDirectory() as folder:
+        for name, (line, _) in planted.items():
+            file = Path(folder, "jorvet", name)
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_text(f"// planted\n{line}\n")
+        status, complaints = run(folder)
+    missed = [name for name, (_, rule) in planted.items()
+              if not any(c.startswith(f"jorvet/{name}:2: ") and rule in c for c in complaints)]
+    assert status == 1 and not missed and len(complaints) == len(planted), f"missed {missed}, said {complaints}"
 
 
 globals()[sys.argv[1]](*sys.argv[2:])

@@ -13,7 +13,7 @@ using std::chrono::milliseconds;
 const std::string get_mode = "90320000000000";
 const std::string answer = "80A000000102"; // to get_mode
 
-Pacing paced(int delay, std::size_t fragment, int gap) {
+output_pacing paced(int delay, std::size_t fragment, int gap) {
     return {milliseconds(delay), fragment, milliseconds(gap)};
 }
 
@@ -23,7 +23,7 @@ class BoardTest : public ::testing::Test {
     void send(const std::string& bytes) { board.from_host(from_hex(bytes).data(), from_hex(bytes).size()); }
 
     RecordingLink link;
-    Board board{"SN7"};
+    simulated_board board{"SN7"};
 };
 
 TEST_F(BoardTest, AnswersEachRequestByItself) {
@@ -61,28 +61,28 @@ TEST_F(BoardTest, AnswersEachRequestByItself) {
 
 TEST_F(BoardTest, AnAnswerGoesAsItsPlanSaysAndTheNextOneAsUsual) {
     const struct {
-        void (*change)(ReplyPlan& plan);
+        void (*change)(reply_plan& plan);
         Pieces pieces;
     } table[] = {
-        {[](ReplyPlan& p) { p.silent = true; }, {}},
-        {[](ReplyPlan& p) { p.status = 0x1234; }, {"801234000102"}},
-        {[](ReplyPlan& p) { p.data = from_hex("0708"); }, {"80A00000020708"}},
-        {[](ReplyPlan& p) { p.with_crc = true; }, {"81A000000102A687"}},
-        {[](ReplyPlan& p) { p.with_crc = p.wrong_crc = true; }, {"81A000000102A686"}},
-        {[](ReplyPlan& p) { p.stray_before = {0x11}, p.stray_after = {0xFF}; }, {"11" + answer + "FF"}},
-        {[](ReplyPlan& p) { p.pacing.fragment = 4; }, {"80A00000", "0102"}},
-        {[](ReplyPlan& p) { p.pacing = paced(1, 3, 1); }, {"80A000", "000102"}},
-        {[](ReplyPlan& p) { p.unplug_after = 0; }, {"unplug"}},
-        {[](ReplyPlan& p) { p.unplug_after = 3, p.stray_before = {0x11}; }, {"1180A000", "unplug"}},
-        {[](ReplyPlan& p) { p.unplug_after = 3, p.pacing = paced(0, 2, 1); }, {"80A0", "00", "unplug"}},
-        {[](ReplyPlan& p) { p.unplug_after = 6, p.stray_after = {0xFF}; }, {answer, "unplug"}},
-        {[](ReplyPlan& p) { p.unplug_after = 7; }, {answer}},
+        {[](reply_plan& p) { p.silent = true; }, {}},
+        {[](reply_plan& p) { p.status = 0x1234; }, {"801234000102"}},
+        {[](reply_plan& p) { p.data = from_hex("0708"); }, {"80A00000020708"}},
+        {[](reply_plan& p) { p.with_crc = true; }, {"81A000000102A687"}},
+        {[](reply_plan& p) { p.with_crc = p.wrong_crc = true; }, {"81A000000102A686"}},
+        {[](reply_plan& p) { p.stray_before = {0x11}, p.stray_after = {0xFF}; }, {"11" + answer + "FF"}},
+        {[](reply_plan& p) { p.pacing.fragment = 4; }, {"80A00000", "0102"}},
+        {[](reply_plan& p) { p.pacing = paced(1, 3, 1); }, {"80A000", "000102"}},
+        {[](reply_plan& p) { p.unplug_after = 0; }, {"unplug"}},
+        {[](reply_plan& p) { p.unplug_after = 3, p.stray_before = {0x11}; }, {"1180A000", "unplug"}},
+        {[](reply_plan& p) { p.unplug_after = 3, p.pacing = paced(0, 2, 1); }, {"80A0", "00", "unplug"}},
+        {[](reply_plan& p) { p.unplug_after = 6, p.stray_after = {0xFF}; }, {answer, "unplug"}},
+        {[](reply_plan& p) { p.unplug_after = 7; }, {answer}},
     };
-    ReplyPlan usual;
+    reply_plan usual;
     usual.status = 2;
     board.plan_all(usual);
     for (const auto& row : table) {
-        ReplyPlan plan;
+        reply_plan plan;
         row.change(plan);
         board.plan_next(plan);
         send(get_mode);
@@ -93,7 +93,7 @@ TEST_F(BoardTest, AnAnswerGoesAsItsPlanSaysAndTheNextOneAsUsual) {
 }
 
 TEST_F(BoardTest, PromptOutputOvertakesDelayedAndDelayedLeavesInOrderOfDueTime) {
-    ReplyPlan late;
+    reply_plan late;
     late.status = 1;
     late.pacing = paced(200, 0, 0);
     board.plan_next(late);

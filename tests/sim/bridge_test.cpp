@@ -10,61 +10,61 @@
 namespace jorvet::sim {
 namespace {
 
-using platform::PortStatus;
+using ports::port_status;
 using std::chrono::milliseconds;
 
-const Bytes get_mode = from_hex("90320000000000");
+const byte_vector get_mode = from_hex("90320000000000");
 
 class BridgeTest : public ::testing::Test {
   protected:
     BridgeTest() {
-        BridgeOptions options;
+        bridge_options options;
         options.queue_capacity = 16;
-        bridge = Bridge::plug_in(options);
-        EXPECT_EQ(bridge->open([this] { ++notified; }), PortStatus::ok);
+        bridge = simulated_bridge::plug_in(options);
+        EXPECT_EQ(bridge->open([this] { ++notified; }), port_status::ok);
     }
     ~BridgeTest() override { bridge->unplug(); }
 
-    PortStatus write(const Bytes& bytes, unsigned timeout_ms = 0) {
+    port_status write(const byte_vector& bytes, unsigned timeout_ms = 0) {
         return bridge->write(bytes.data(), bytes.size(), timeout_ms, &written);
     }
     std::string read(std::size_t count) {
-        Bytes bytes(count);
-        EXPECT_EQ(bridge->read(bytes.data(), count, &count), PortStatus::ok);
+        byte_vector bytes(count);
+        EXPECT_EQ(bridge->read(bytes.data(), count, &count), port_status::ok);
         return to_hex(bytes.data(), count);
     }
 
-    std::shared_ptr<Bridge> bridge;
+    std::shared_ptr<simulated_bridge> bridge;
     std::atomic<int> notified{0};
     std::size_t written = 0;
 };
 
 TEST_F(BridgeTest, WhatDoesNotFitTheQueueIsLostAndCounted) {
-    bridge->board().send_raw(Bytes(12, 0x11));
+    bridge->board().send_raw(byte_vector(12, 0x11));
     EXPECT_EQ(read(9), "111111111111111111");
-    bridge->board().send_raw(Bytes(16, 0x22));
+    bridge->board().send_raw(byte_vector(16, 0x22));
     EXPECT_EQ(bridge->overrun_bytes(), 3u);
     EXPECT_EQ(read(20), "11111122222222222222222222222222");
     bridge->board().send_raw({1});
-    EXPECT_EQ(bridge->purge(true, false), PortStatus::ok);
+    EXPECT_EQ(bridge->purge(true, false), port_status::ok);
     EXPECT_EQ(read(1), "");
 }
 
 TEST_F(BridgeTest, ABlockedWriteGoesOnOrEndsExactly) {
     const struct {
-        void (*end)(Bridge& bridge);
-        PortStatus status;
+        void (*end)(simulated_bridge& bridge);
+        port_status status;
         std::size_t written;
     } table[] = {
-        {[](Bridge& b) { b.accept_writes(); }, PortStatus::ok, 7},
-        {[](Bridge& b) { b.stall_writes_after(4); }, PortStatus::ok, 7},
-        {[](Bridge& b) { b.close(), b.open({}); }, PortStatus::failed, 3},
-        {[](Bridge& b) { b.board().unplug(); }, PortStatus::gone, 3},
+        {[](simulated_bridge& b) { b.accept_writes(); }, port_status::ok, 7},
+        {[](simulated_bridge& b) { b.stall_writes_after(4); }, port_status::ok, 7},
+        {[](simulated_bridge& b) { b.close(), b.open({}); }, port_status::failed, 3},
+        {[](simulated_bridge& b) { b.board().unplug(); }, port_status::gone, 3},
     };
     for (const auto& row : table) {
         std::promise<void> begun;
         bridge->stall_writes_after(3);
-        bridge->set_trace([&](Direction, const std::uint8_t*, std::size_t count) {
+        bridge->set_trace([&](link_direction, const std::uint8_t*, std::size_t count) {
             if (count == 3)
                 begun.set_value();
         });
@@ -83,7 +83,7 @@ TEST_F(BridgeTest, NoNotificationIsUnderWayAfterClose) {
     for (int i = 0; i < 200; ++i) {
         std::atomic<int> calls{0};
         auto counter = std::make_unique<int>(0);
-        ASSERT_EQ(bridge->open([&] { ++*counter, ++calls; }), PortStatus::ok);
+        ASSERT_EQ(bridge->open([&] { ++*counter, ++calls; }), port_status::ok);
         while (calls == 0)
             std::this_thread::yield();
         bridge->close();
@@ -91,10 +91,10 @@ TEST_F(BridgeTest, NoNotificationIsUnderWayAfterClose) {
     }
 }
 
-TEST(Bridge, MayEndOnTheBoardsOwnThread) {
+TEST(simulated_bridge, MayEndOnTheBoardsOwnThread) {
     std::promise<void> ended;
     std::shared_ptr<void> alive(&ended, [](void* promise) { static_cast<std::promise<void>*>(promise)->set_value(); });
-    auto bridge = Bridge::plug_in();
+    auto bridge = simulated_bridge::plug_in();
     bridge->set_trace([held = std::move(alive)](auto...) {});
     bridge->board().start_events(milliseconds(1), {});
     bridge->board().unplug(milliseconds(20));

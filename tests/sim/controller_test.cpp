@@ -11,7 +11,7 @@
 namespace jorvet::sim {
 namespace {
 
-const Bytes get_mode = from_hex("90320000000000");
+const byte_vector get_mode = from_hex("90320000000000");
 const std::string mode_2 = "80A000000102"; // the answer
 const char* const end_names[] = {"ok", "stalled", "babble", "cancelled", "timed out", "failed", "no endpoint", "gone"};
 
@@ -23,11 +23,11 @@ class ControllerTest : public ::testing::Test {
     void plug_in() {
         if (controller)
             controller->unplug();
-        controller = Controller::plug_in(options);
+        controller = simulated_controller::plug_in(options);
         controller->open();
     }
-    platform::UsbCompletion tell(const std::string& name, bool inbound) {
-        return [=](const platform::UsbResult& r) {
+    ports::usb_completion tell(const std::string& name, bool inbound) {
+        return [=](const ports::usb_result& r) {
             std::string text = name + " " + (inbound ? to_hex(r.data, r.count) : std::to_string(r.count)) + " ";
             for (const auto& packet : r.packets)
                 text += std::to_string(packet.length) + end_names[static_cast<int>(packet.end)] + " ";
@@ -37,24 +37,25 @@ class ControllerTest : public ::testing::Test {
     void in(const std::string& name, std::size_t room, std::uint8_t endpoint = 0x81) {
         controller->submit({endpoint, nullptr, room, 2}, tell(name, true));
     }
-    void out(const std::string& name, Bytes bytes, std::uint8_t endpoint = 2) {
+    void out(const std::string& name, byte_vector bytes, std::uint8_t endpoint = 2) {
         controller->submit({endpoint, bytes.data(), bytes.size(), 2}, tell(name, false));
     }
-    void control(const std::string& setup, Bytes sent = {}, unsigned timeout_ms = 0) { // "c", the setup as on the bus
-        const Bytes b = from_hex(setup);
+    void control(const std::string& setup, byte_vector sent = {},
+                 unsigned timeout_ms = 0) { // "c", the setup as on the bus
+        const byte_vector b = from_hex(setup);
         const auto word = [&](std::size_t at) { return static_cast<std::uint16_t>(b[at] | b[at + 1] << 8); };
         controller->control({b[0], b[1], word(2), word(4), word(6)}, sent.data(), timeout_ms, tell("c", b[0] >= 0x80));
     }
     void plan(const std::string& line) { parse_script_line("transfer " + line)(*controller); }
 
-    ControllerOptions options;
+    controller_options options;
     RecordingLink ends;
-    std::shared_ptr<Controller> controller;
+    std::shared_ptr<simulated_controller> controller;
 };
 
 TEST_F(ControllerTest, StandardRequestsAreAnsweredAsTheSpeedAsks) {
-    const std::pair<platform::UsbSpeed, const char*> table[] = {
-        {platform::UsbSpeed::high, R"(8006000100000900 120100020000 0040 B4 ok 8006000F0000FF00 stalled
+    const std::pair<ports::usb_speed, const char*> table[] = {
+        {ports::usb_speed::high, R"(8006000100000900 120100020000 0040 B4 ok 8006000F0000FF00 stalled
             8006000200000002 090253000101008032 0904000002FF000000 07058102000200 07050202000200 0904000106FF000000
             07058102000200 07050202000200 07058303000404 07050403000404 07058501001404 07050601001404 ok
             8006000334120600 060307040904 ok 800603030904FF00 10034A0056002D003100300030003100 ok
@@ -63,7 +64,7 @@ TEST_F(ControllerTest, StandardRequestsAreAnsweredAsTheSpeedAsks) {
             810A000000000100 01 ok 0203000083000000 0 ok 8200000083000200 0100 ok 0201000083000000 0 ok
             8200000083000200 0000 ok 0009020000000000 0 stalled 0009000000000000 0 ok 8008000000000100 00 ok
             810A000000000100 stalled 8200000081000200 stalled 0009010000000000 0 ok 810A000000000100 00 ok)"},
-        {platform::UsbSpeed::super, R"(8006000100001200 120100030000 0009 B404F1000001 010203 01 ok
+        {ports::usb_speed::super, R"(8006000100001200 120100030000 0009 B404F1000001 010203 01 ok
             8006000200002600 090283000101008032 0904000002FF000000 07058102000400 06300F000000 07050202000400 ok
             8006000F0000FF00 050F2A0003 07100202000000 0A1003000E00010AFF07 14100400 4A562D31303031 000000000000000000 ok)"}};
     for (const auto& [speed, session] : table) {
@@ -85,11 +86,41 @@ TEST_F(ControllerTest, PiecesFromTheBoardEndTransfersAndNoneIsLostButBeyondTheQu
     controller->board().send_raw({1, 2, 3, 4, 5, 6});
     plan("0x81 stall"), in("d", 4); // the plan is for "c", the oldest pending one
     controller->reset_endpoint(0x81), in("e", 4), controller->abort(0x81);
-    controller->board().send_raw({7, 8, 9}), controller->board().send_raw(Bytes(15, 0x11));
+    controller->board().send_raw({7, 8, 9}), controller->board().send_raw(byte_vector(15, 0x11));
     EXPECT_EQ(controller->state().overrun_bytes, 2u);
     in("f", 2), in("g", 2), in("h", 9), in("i", 0), in("j", 8);
     EXPECT_EQ(ends.take(0), (Pieces{"a 01020304 ok", "b 0506 ok", "c  stalled", "d  stalled", "e  cancelled",
                                     "f 0708 ok", "g 09 ok", "h 111111111111111111 ok", "i  ok", "j 11111111 ok"}));
+}
+
+TEST_F(ControllerTest, WithoutZeroLengthPacketsFullPacketsLeaveTheirTransferPending) {
+    const struct {
+        ports::usb_speed speed;
+        std::size_t room;
+        std::vector<std::size_t> pieces;
+        const char* ends; // of the transfers that are started before the pieces come; then they are aborted
+    } table[] = {
+        {ports::usb_speed::high, 2048, {512, 512, 1}, "a 1025 ok, b 0 failed"},
+        {ports::usb_speed::high, 2048, {1024, 511}, "a 1535 ok, b 0 failed"},
+        {ports::usb_speed::high, 1024, {512, 513, 7}, "a 1024 ok, b 1 ok"},
+        {ports::usb_speed::high, 2048, {512}, "a 512 failed, b 0 failed"},
+        {ports::usb_speed::super, 2048, {512, 1024}, "a 512 ok, b 1024 failed"},
+    };
+    options.end_when_aborted = ports::usb_end::failed;
+    for (const auto& row : table) {
+        options.speed = row.speed, plug_in();
+        parse_script_line("zero-length off")(*controller);
+        for (const char* const name : {"a", "b"})
+            controller->submit({0x81, nullptr, row.room, 2}, tell(name, false));
+        for (const std::size_t size : row.pieces)
+            controller->board().send_raw(byte_vector(size, 7));
+        controller->abort(0x81);
+        const Pieces seen = ends.take(2);
+        EXPECT_EQ(seen.at(0) + ", " + seen.at(1), row.ends);
+    }
+    parse_script_line("zero-length")(*controller), in("c", 2048);
+    controller->board().send_raw(byte_vector(1024, 7));
+    EXPECT_EQ(ends.take(1).size(), 1u) << "ended by a zero-length packet";
 }
 
 TEST_F(ControllerTest, BytesToTheBoardWaitForItsAllowanceInOrder) {
@@ -113,7 +144,7 @@ TEST_F(ControllerTest, PlansDecideHowTransfersEndOnEndpointsOfTheSetting) {
     };
     for (const auto& row : table) {
         plug_in(), in("old", 4);
-        EXPECT_EQ(controller->select_alternate(1), platform::PortStatus::ok);
+        EXPECT_EQ(controller->select_alternate(1), ports::port_status::ok);
         plan(row[0]);
         const auto endpoint = static_cast<std::uint8_t>(std::stoi(row[0], nullptr, 16));
         for (const char* const name : {"a", "b"})
@@ -124,14 +155,15 @@ TEST_F(ControllerTest, PlansDecideHowTransfersEndOnEndpointsOfTheSetting) {
 }
 
 TEST_F(ControllerTest, WhatASuspendedDeviceHasPendingEndsWithItsCause) {
-    const std::pair<void (*)(Controller&), Pieces> table[] = {
-        {[](Controller& c) { c.close(); }, {"c  cancelled", "a  cancelled", "b 0 cancelled"}},
-        {[](Controller& c) { c.reset_port(); }, {"c  cancelled", "a  cancelled", "b 0 cancelled"}},
-        {[](Controller& c) { c.board().unplug(); }, {"c  gone", "a  gone", "b 0 gone"}},
-        {[](Controller& c) { c.set_power(platform::UsbPower::resumed); }, {"c 01 ok", "a " + mode_2 + " ok", "b 7 ok"}},
+    const std::pair<void (*)(simulated_controller&), Pieces> table[] = {
+        {[](simulated_controller& c) { c.close(); }, {"c  cancelled", "a  cancelled", "b 0 cancelled"}},
+        {[](simulated_controller& c) { c.reset_port(); }, {"c  cancelled", "a  cancelled", "b 0 cancelled"}},
+        {[](simulated_controller& c) { c.board().unplug(); }, {"c  gone", "a  gone", "b 0 gone"}},
+        {[](simulated_controller& c) { c.set_power(ports::usb_power::resumed); },
+         {"c 01 ok", "a " + mode_2 + " ok", "b 7 ok"}},
     };
     for (const auto& [happen, expected] : table) {
-        plug_in(), controller->set_power(platform::UsbPower::suspended);
+        plug_in(), controller->set_power(ports::usb_power::suspended);
         in("a", 64), out("b", get_mode), control("8008000000000100");
         happen(*controller);
         EXPECT_EQ(ends.take(0), expected);
@@ -139,7 +171,9 @@ TEST_F(ControllerTest, WhatASuspendedDeviceHasPendingEndsWithItsCause) {
 }
 
 TEST_F(ControllerTest, VendorRequestsGoToTheHandlerInTurnAndSilentOnesTimeOut) {
-    controller->set_control_handler([](auto&, const Bytes& sent) { return sent.empty() ? Bytes{1, 2, 3} : Bytes(); });
+    controller->set_control_handler([](auto&, const byte_vector& sent) {
+        return sent.empty() ? byte_vector{1, 2, 3} : byte_vector();
+    });
     plan("0 silent");
     control("C0A0000000000800", {}, 1);
     EXPECT_EQ(ends.take(1), Pieces{"c  timed out"});

@@ -10,9 +10,9 @@
 namespace jorvet::sim {
 
 // Blanks between the digits are skipped.
-inline Bytes from_hex(std::string text) {
+inline byte_vector from_hex(std::string text) {
     text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-    Bytes bytes;
+    byte_vector bytes;
     for (std::size_t i = 0; i < text.size(); i += 2)
         bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
     return bytes;
@@ -27,7 +27,7 @@ inline std::string to_hex(const std::uint8_t* bytes, std::size_t count) {
 
 using Pieces = std::vector<std::string>; // one for each call, in hexadecimal, "unplug" among them
 
-class RecordingLink : public Link {
+class RecordingLink : public board_link {
   public:
     void to_host(const std::uint8_t* bytes, std::size_t count) override { add(to_hex(bytes, count)); }
     void unplug() override { add("unplug"); }

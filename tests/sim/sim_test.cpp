@@ -9,7 +9,7 @@ namespace {
 
 class SimTest : public ::testing::Test {
   protected:
-    SimTest() : sim(jv_sim_attach_bridge("SN0123456789ABCDEF", nullptr)), port(platform::attached_bridges().back()) {
+    SimTest() : sim(jv_sim_attach_bridge("SN0123456789ABCDEF", nullptr)), port(ports::attached_bridges().back()) {
         port->open({});
         jv_sim_set_trace(sim, &SimTest::trace, &crossed);
     }
@@ -19,7 +19,7 @@ class SimTest : public ::testing::Test {
         static_cast<RecordingLink*>(crossed)->add((to_host == 1 ? "<" : ">") + to_hex(bytes, count));
     }
     std::size_t request(const std::string& hex) {
-        const Bytes bytes = from_hex(hex);
+        const byte_vector bytes = from_hex(hex);
         std::size_t written = 0;
         port->write(bytes.data(), bytes.size(), 10, &written);
         return written;
@@ -27,7 +27,7 @@ class SimTest : public ::testing::Test {
 
     RecordingLink crossed;
     jv_sim* sim;
-    std::shared_ptr<platform::BridgePort> port;
+    std::shared_ptr<ports::bridge_port> port;
 };
 
 TEST_F(SimTest, ScriptLinesDoWhatTheySay) {
@@ -38,7 +38,7 @@ TEST_F(SimTest, ScriptLinesDoWhatTheySay) {
         Pieces crossed;
     } table[] = {
         {"", get_mode, {asked, usual}},
-        {"reply status 0x2001 data 0A0b delay 1", get_mode, {asked, "<80200100020A0B"}},
+        {"reply status 0x2001 data 0A 0x0b delay 1", get_mode, {asked, "<80200100020A0B"}},
         {"reply crc\nreply crc wrong-crc\r\n", get_mode, {asked, "<81A000000102A687"}},
         {"", get_mode, {asked, "<81A000000102A686"}},
         {"replies silent", get_mode, {asked}},
@@ -69,20 +69,20 @@ TEST_F(SimTest, StartsAndStopsEventsAndUnplugsAtOnce) {
     crossed.take(0);
     EXPECT_EQ(jv_sim_script(sim, "raw 80A0; unplug"), 0);
     EXPECT_EQ(crossed.take(1), Pieces{"<80A0"});
-    EXPECT_EQ(port->reset(), platform::PortStatus::gone);
+    EXPECT_EQ(port->reset(), ports::port_status::gone);
 }
 
 TEST(SimController, IsScriptedAndDetachedWithWhatTookItsPlace) {
     jv_sim* const sim = jv_sim_attach_controller("A#1", "mine", JV_SIM_SUPER_SPEED);
-    EXPECT_EQ(platform::attached_usb_devices().back()->cycle_port(), platform::PortStatus::ok);
-    const auto usb = platform::attached_usb_devices().back();
+    EXPECT_EQ(ports::attached_usb_devices().back()->cycle_port(), ports::port_status::ok);
+    const auto usb = ports::attached_usb_devices().back();
     EXPECT_EQ(usb->identity().serial_number + usb->identity().friendly_name, "A_1mine");
     EXPECT_EQ(jv_sim_script(sim, "refuse"), 0);
-    EXPECT_EQ(usb->open(), platform::PortStatus::refused);
+    EXPECT_EQ(usb->open(), ports::port_status::refused);
     EXPECT_EQ(jv_sim_script(sim, "refuse off"), 0);
-    EXPECT_EQ(usb->open(), platform::PortStatus::ok);
+    EXPECT_EQ(usb->open(), ports::port_status::ok);
     jv_sim_detach(sim);
-    EXPECT_EQ(usb->open(), platform::PortStatus::gone);
+    EXPECT_EQ(usb->open(), ports::port_status::gone);
 }
 
 TEST_F(SimTest, ABadLineIsNamedByItsNumberAndTheReason) {
@@ -91,22 +91,20 @@ TEST_F(SimTest, ABadLineIsNamedByItsNumberAndTheReason) {
         int line;
         const char* error;
     } table[] = {
-        {"jump", 1, "no line begins with \"jump\""},
+        {"jump", 1, "no line begins with 'jump'"},
         {"lose 1;\n lose", 3, "lose: the number of events is missing"},
-        {"lose x", 1, "lose: \"x\" is not a number"},
-        {"lose 0x", 1, "lose: \"0x\" is not a number"},
-        {"lose -1", 1, "lose: \"-1\" is not a number"},
-        {"event 256", 1, "event: 256 is above 255"},
-        {"error 99999999999999999999", 1, "error: 99999999999999999999 is above 65535"},
-        {"raw 012", 1, "raw: \"012\" is not pairs of hexadecimal digits"},
-        {"raw 0g", 1, "raw: \"0g\" is not pairs of hexadecimal digits"},
-        {"reply fast", 1, "reply: \"fast\" is not a change of a reply"},
+        {"lose x", 1, "lose: 'x' is not a number from 0 to 4294967295"},
+        {"event 256", 1, "event: '256' is not a number from 0 to 255"},
+        {"raw 01 2", 1, "raw: '01 2' has an odd number of digits: two make a byte"},
+        {"raw 0g", 1, "raw: '0g' has an odd number of digits: two make a byte"},
+        {"raw 00 no", 1, "raw: 'no' is one word too many"},
+        {"reply fast", 1, "reply: 'fast' is not a change of a reply"},
         {"reply silent delay", 1, "reply: the delay is missing"},
         {"memory 0xFFFF 0102", 1, "memory: 2 bytes at 65535 reach beyond the end of memory"},
         {"events 5", 1, "events: the identifier is missing"},
-        {"stall on", 1, "stall: \"on\" is not a number"},
+        {"refuse on", 1, "refuse: what may follow is 'off'"},
         {"lose 1\ntransfer 0", 2, "transfer: this is no USB controller"},
-        {"unplug 0 now", 1, "unplug: \"now\" is one word too many"},
+        {"unplug 0 now", 1, "unplug: 'now' is one word too many"},
         {nullptr, -1, "there is no device or no script"},
     };
     for (const auto& row : table) {

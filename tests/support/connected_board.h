@@ -38,7 +38,7 @@ bool eventually(Condition holds, long long limit = 5000) {
 // What `call` gives while the nth call of `function` fails.
 template <class Call>
 auto with_fault(const char* function, unsigned nth, unsigned error, Call call) {
-    const platform::faults::Scope armed(function, nth, error);
+    const compat::faults::scope armed(function, nth, error);
     return call();
 }
 
@@ -51,7 +51,7 @@ inline void hear(std::function<void(const std::string&)> listener) {
         diagnostics::set_writer([](const std::string& text) { current(text); });
 }
 
-inline sim::ReplyPlan reply(unsigned status, const char* data, milliseconds delay = milliseconds(0)) {
+inline sim::reply_plan reply(unsigned status, const char* data, milliseconds delay = milliseconds(0)) {
     return {false, static_cast<std::uint16_t>(status), from_hex(data), {}, false, {}, {}, {delay, 0, {}}, {}};
 }
 
@@ -66,32 +66,33 @@ inline unsigned int kind_of(Behind device) {
     return device == Behind::bridge ? 0 : 1;
 }
 
-inline sim::ControllerOptions controller_options(Behind device) {
-    sim::ControllerOptions options;
+inline sim::controller_options controller_options(Behind device) {
+    sim::controller_options options;
     const bool super_speed = device == Behind::super_speed_controller;
-    options.speed = super_speed ? platform::UsbSpeed::super : platform::UsbSpeed::high;
+    options.speed = super_speed ? ports::usb_speed::super : ports::usb_speed::high;
     return options;
 }
 
 // A board behind a device that is plugged in for as long as this lives.
 struct plugged_board {
-    plugged_board(const sim::BridgeOptions& options = {}) : bridge(sim::Bridge::plug_in(options)), device(bridge) {}
-    plugged_board(const sim::ControllerOptions& options)
-        : controller(sim::Controller::plug_in(options)), device(controller) {}
+    plugged_board(const sim::bridge_options& options = {})
+        : bridge(sim::simulated_bridge::plug_in(options)), device(bridge) {}
+    plugged_board(const sim::controller_options& options)
+        : controller(sim::simulated_controller::plug_in(options)), device(controller) {}
     plugged_board(Behind behind)
-        : plugged_board(behind == Behind::bridge ? plugged_board(sim::BridgeOptions{})
+        : plugged_board(behind == Behind::bridge ? plugged_board(sim::bridge_options{})
                                                  : plugged_board(controller_options(behind))) {}
     plugged_board(plugged_board&&) = default;
     ~plugged_board() {
         if (device)
             device->unplug();
     }
-    sim::Board* operator->() const { return &device->board(); }
+    sim::simulated_board* operator->() const { return &device->board(); }
     void send(const char* hex) const { device->board().send_raw(from_hex(hex)); }
 
-    std::shared_ptr<sim::Bridge> bridge; // one of these two
-    std::shared_ptr<sim::Controller> controller;
-    std::shared_ptr<sim::Plug> device;
+    std::shared_ptr<sim::simulated_bridge> bridge; // one of these two
+    std::shared_ptr<sim::simulated_controller> controller;
+    std::shared_ptr<sim::simulated_device> device;
 };
 
 // An instance connected to a board. Its time-outs are long, but where one is expected.

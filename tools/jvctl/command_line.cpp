@@ -9,6 +9,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "jorvet/base/read_text.h"
+
 #include "bench.h"
 
 namespace jorvet::tool {
@@ -21,24 +23,6 @@ const char* const exit_table = "Exit status:\n"
                                "  2  wrong usage, nothing was sent\n"
                                "  3  time-out\n"
                                "  4  the link failed, or anything else went wrong\n";
-
-const char* const script_help =
-    "Script lines of a simulated board (numbers decimal or 0x, BYTES hexadecimal digits, times in ms):\n"
-    "  reply CHANGE ...     how the next answer goes; several such lines queue up\n"
-    "  replies CHANGE ...   how every other answer goes; without changes: as usual again\n"
-    "                       CHANGE: silent | status N | data BYTES | crc | no-crc | wrong-crc | delay T |\n"
-    "                       fragment N | gap T | before BYTES | after BYTES | unplug-after N\n"
-    "  event ID [BYTES]     sends an event            events T ID [BYTES]  sends one every T (0: stops)\n"
-    "  lose N               loses the next N events   raw BYTES            sends bytes as they are\n"
-    "  memory ADDRESS BYTES, identifier ID BYTES      sets what the board holds\n"
-    "  error N              adds to its error list    stall N | off        takes only N more bytes\n"
-    "  unplug [T]           pulls the plug, now or after T\n"
-    "A board behind a controller also knows these; ENDPOINT is an address, 0 for control requests:\n"
-    "  transfer ENDPOINT CHANGE   how the next transfer on it goes\n"
-    "                       CHANGE: stall | babble | fail [N] | silent | short N | data BYTES | delay T\n"
-    "  refuse [off]         opening is refused\n"
-    "  firmware fail N [always] | corrupt-readback [N] | erase-never-ends\n"
-    "                       what goes wrong with flash: the Nth request, what is read back, erasing\n";
 
 std::string example(const std::string& arguments) {
     return "Example:\n  jvctl --simulate " + arguments + "\n\n";
@@ -75,20 +59,35 @@ bytes checked_size(bytes data) {
     return data;
 }
 
-// The two kinds of link, under their names on the command line.
-const std::map<std::string, unsigned int> link_kinds{{"ftdi", JV_KIND_FTDI}, {"cypress", JV_KIND_CYPRESS}};
+// The values that an option takes, under their names.
+template <class Value>
+using choices = std::vector<std::pair<const char*, Value>>;
 
-// The speeds of a simulated controller.
-const std::map<std::string, jv_sim_speed> speeds{
+const choices<unsigned int> link_kinds{{"ftdi", JV_KIND_FTDI}, {"cypress", JV_KIND_CYPRESS}};
+const choices<jv_sim_speed> speeds{
     {"full", JV_SIM_FULL_SPEED}, {"high", JV_SIM_HIGH_SPEED}, {"super", JV_SIM_SUPER_SPEED}};
-
-// What firmware is written to.
-const std::map<std::string, FX3_FWDWNLOAD_MEDIA_TYPE> media{
+const choices<FX3_FWDWNLOAD_MEDIA_TYPE> media{
     {"ram", FX3_MEDIUM_RAM}, {"i2c", FX3_MEDIUM_I2C}, {"spi", FX3_MEDIUM_SPI}};
+const choices<bool> json_formats{{"text", false}, {"json", true}};
+
+template <class Value>
+std::string names_of(const choices<Value>& all, const char* separator) {
+    std::string names;
+    for (const auto& [name, value] : all)
+        names += (names.empty() ? "" : separator) + std::string(name);
+    return names;
+}
+
+template <class Value>
+Value chosen_from(const choices<Value>& all, const std::string& given) {
+    for (const auto& [name, value] : all)
+        if (given == name)
+            return value;
+    throw std::invalid_argument("'" + given + "' is none of " + names_of(all, ", "));
+}
 
 constexpr unsigned int default_boards = 1; // behind each kind of link
 constexpr unsigned int boards_of_a_tour = 2;
-constexpr unsigned int most_boards = 255;
 const char* const bare_flag = "true"; // what the parser makes of a flag without a value
 
 using setter = std::function<void(const std::string& text)>;
@@ -130,8 +129,8 @@ class parser {
   private:
     CLI::Option* option(CLI::App* app, const std::string& name, const std::string& what, const setter& set,
                         const std::string& help);
-    CLI::Option* number(CLI::App* app, const std::string& name, const std::string& what, unsigned long largest,
-                        const std::function<void(unsigned long)>& set, const std::string& help);
+    CLI::Option* number(CLI::App* app, const std::string& name, const std::string& what, std::uint64_t largest,
+                        const std::function<void(std::uint64_t)>& set, const std::string& help);
     CLI::App* command(const std::string& usage, const std::string& help, const std::string& example_arguments);
     void add_output_options();
     void add_link_options();
@@ -155,7 +154,8 @@ parser::parser(settings* chosen) : chosen_(*chosen) {
     app_.fallthrough();
     app_.require_subcommand(1);
     app_.set_version_flag("--version", "jvctl " JVCTL_VERSION, "Print the version");
-    app_.footer(script_help + ("\n" + example("read-by-id 0x00 0x01")) + exit_table);
+    app_.footer("Script lines of a simulated board:\n" + std::string(jv_sim_script_help()) +
+                ("\n" + example("read-by-id 0x00 0x01")) + exit_table);
     add_link_options();
     add_output_options();
     add_simulation_options();
@@ -176,10 +176,10 @@ CLI::Option* parser::option(CLI::App* app, const std::string& name, const std::s
     return app->add_option_function<std::string>(name, guarded(name, set), help)->option_text(what)->trigger_on_parse();
 }
 
-CLI::Option* parser::number(CLI::App* app, const std::string& name, const std::string& what, unsigned long largest,
-                            const std::function<void(unsigned long)>& set, const std::string& help) {
+CLI::Option* parser::number(CLI::App* app, const std::string& name, const std::string& what, std::uint64_t largest,
+                            const std::function<void(std::uint64_t)>& set, const std::string& help) {
     return option(
-        app, name, what, [=](const std::string& text) { set(parse_number(text, largest)); }, help);
+        app, name, what, [=](const std::string& text) { set(read_number(text, largest)); }, help);
 }
 
 CLI::App* parser::command(const std::string& usage, const std::string& help, const std::string& example_arguments) {
@@ -193,14 +193,12 @@ CLI::App* parser::command(const std::string& usage, const std::string& help, con
 
 void parser::add_link_options() {
     const auto set_link = [this](const std::string& name) {
-        if (link_kinds.count(name) == 0)
-            throw std::invalid_argument("'" + name + "' is neither ftdi nor cypress");
-        chosen_.link = link_kinds.at(name);
+        chosen_.link = chosen_from(link_kinds, name);
         chosen_.link_given = true;
     };
-    option(&app_, "--link", "ftdi|cypress", set_link, "Kind of link (ftdi)")->group("Link");
+    option(&app_, "--link", names_of(link_kinds, "|"), set_link, "Kind of link (ftdi)")->group("Link");
     number(
-        &app_, "--index", "N", 255, [this](auto n) { chosen_.index = static_cast<unsigned char>(n); },
+        &app_, "--index", "N", JV_MAX_INDEX, [this](auto n) { chosen_.index = static_cast<unsigned char>(n); },
         "Place of the device in its link's own list (0)")
         ->group("Link");
     app_.add_flag("--crc", chosen_.input.with_crc, "Send requests with a CRC")->group("Link");
@@ -211,12 +209,9 @@ void parser::add_link_options() {
 }
 
 void parser::add_output_options() {
-    const auto set_format = [this](const std::string& name) {
-        if (name != "json" && name != "text")
-            throw std::invalid_argument("'" + name + "' is neither text nor json");
-        chosen_.json = name == "json";
-    };
-    option(&app_, "--format", "text|json", set_format, "How results are printed (text)")->group("Output");
+    const auto set_format = [this](const std::string& name) { chosen_.json = chosen_from(json_formats, name); };
+    option(&app_, "--format", names_of(json_formats, "|"), set_format, "How results are printed (text)")
+        ->group("Output");
     app_.add_flag_callback(
             "--json", [this] { chosen_.json = true; }, "The same as --format json")
         ->trigger_on_parse()
@@ -226,7 +221,7 @@ void parser::add_output_options() {
 void parser::add_simulation_options() {
     const setter set_boards = guarded("--simulate", [this](const std::string& text) {
         chosen_.simulated =
-            text == bare_flag ? default_boards : static_cast<unsigned int>(parse_number(text, most_boards));
+            text == bare_flag ? default_boards : static_cast<unsigned int>(read_number(text, JV_MAX_DEVICES));
     });
     // A flag with a value takes it after "=" only, so that it never swallows the argument that follows.
     const auto set_flag = [set_boards](const CLI::results_t& given) { return set_boards(given.back()), true; };
@@ -235,12 +230,8 @@ void parser::add_simulation_options() {
         ->option_text("[=N]")
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
         ->group("Simulation");
-    const auto set_speed = [this](const std::string& name) {
-        if (speeds.count(name) == 0)
-            throw std::invalid_argument("'" + name + "' is none of full, high and super");
-        chosen_.speed = speeds.at(name);
-    };
-    option(&app_, "--speed", "full|high|super", set_speed, "USB speed of simulated Cypress devices (high)")
+    const auto set_speed = [this](const std::string& name) { chosen_.speed = chosen_from(speeds, name); };
+    option(&app_, "--speed", names_of(speeds, "|"), set_speed, "USB speed of simulated Cypress devices (high)")
         ->group("Simulation");
     option(
         &app_, "--script", "LINE", [this](const std::string& line) { chosen_.script.push_back(line); },
@@ -263,14 +254,11 @@ void parser::add_monitor() {
 
 void parser::add_flash() {
     CLI::App* sub =
-        command("flash --to ram|i2c|spi FILE [--verify] [--yes]",
+        command("flash --to " + names_of(media, "|") + " FILE [--verify] [--yes]",
                 "Write a firmware image to a memory of a Cypress FX3 controller", "flash --to ram firmware.img");
-    const auto set_medium = [this](const std::string& name) {
-        if (media.count(name) == 0)
-            throw std::invalid_argument("'" + name + "' is none of ram, i2c and spi");
-        chosen_.flash.medium = media.at(name);
-    };
-    option(sub, "--to", "ram|i2c|spi", set_medium, "Load into RAM and start it, or write to the EEPROM or SPI flash")
+    const auto set_medium = [this](const std::string& name) { chosen_.flash.medium = chosen_from(media, name); };
+    option(sub, "--to", names_of(media, "|"), set_medium,
+           "Load into RAM and start it, or write to the EEPROM or SPI flash")
         ->required();
     const auto set_file = [this](const std::string& path) { chosen_.flash.file = path; };
     option(sub, "FILE", "PATH", set_file, "The image")->required();
@@ -297,7 +285,7 @@ void parser::add_request(const request& r) {
 }
 
 void parser::add_data_options(CLI::App* sub, bool required) {
-    const auto set_hex = [this](const std::string& text) { chosen_.input.data = checked_size(parse_hex(text)); };
+    const auto set_hex = [this](const std::string& text) { chosen_.input.data = checked_size(read_bytes(text)); };
     const auto set_file = [this](const std::string& path) { chosen_.input.data = checked_size(read_file(path)); };
     CLI::Option* hex =
         option(sub, "--data", "HEX", set_hex, "Data to send, two digits a byte; spaces, colons and 0x are allowed");
@@ -371,7 +359,7 @@ void parser::note_command() {
 const char* link_name(unsigned int kind) {
     for (const auto& [name, value] : link_kinds)
         if (value == kind)
-            return name.c_str();
+            return name;
     return "none";
 }
 

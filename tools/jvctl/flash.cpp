@@ -129,7 +129,7 @@ outcome write_image(const settings& chosen, CCyFX3Device& device, const image_fi
         progress_report progress(!chosen.json);
         fx3_download_options options;
         options.progress = [&](auto now, std::size_t done, std::size_t total) { progress.note(now, done, total); };
-        status = cyusb::fx3_download(device, options).to_medium(medium, {image.data(), image.size()});
+        status = cyusb::fx3_download(device.VendorChannel(), options).to_medium(medium, {image.data(), image.size()});
         written = progress.written();
     }
     std::string addition = "; " + of_bytes(written, image.size()) + " written to the " + name_of(medium);

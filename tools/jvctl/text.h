@@ -1,4 +1,4 @@
-// Reading and writing bytes, numbers and status codes as text. Nothing here waits or keeps state; any thread.
+// Writing bytes, numbers and status codes as text. Nothing here waits or keeps state; any thread.
 #pragma once
 
 #include <cstddef>
@@ -10,14 +10,8 @@ namespace jorvet::tool {
 
 using bytes = std::vector<std::uint8_t>;
 
-// The most data that a request can carry, or a reply bring back.
+// The most data that a request or a reply can carry, in bytes.
 constexpr std::size_t max_data = 65535;
-
-// Decimal, or hexadecimal after 0x. Throws std::invalid_argument saying what is wrong with `text`.
-unsigned long parse_number(const std::string& text, unsigned long largest);
-
-// Pairs of hexadecimal digits; spaces, colons and 0x at the head of a byte are skipped. Throws std::invalid_argument.
-bytes parse_hex(const std::string& text);
 
 // "0A 0B 0C"; `separator` may be empty.
 std::string hex(const bytes& data, const std::string& separator = " ");

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "devices.h"
+#include "jorvet/base/read_text.h"
 
 namespace jorvet::tool {
 
@@ -202,9 +203,9 @@ void tour::ask_everything() {
 
 void tour::ask_example(const example& e, bool with_crc) {
     const request& asked = request_named(e.name);
-    const request_input input{e.parameters, parse_hex(e.data), with_crc};
-    const bytes sent = parse_hex(with_crc ? std::string("91") + e.frame + e.trailer : std::string("90") + e.frame);
-    const bytes reply = parse_hex(e.reply);
+    const request_input input{e.parameters, read_bytes(e.data), with_crc};
+    const bytes sent = read_bytes(with_crc ? std::string("91") + e.frame + e.trailer : std::string("90") + e.frame);
+    const bytes reply = read_bytes(e.reply);
 
     const answer got = ask(e.name, input);
     const bool handed_back = !shape_of(asked).brings_data || got.reply == reply;

@@ -7,11 +7,12 @@
 #include <optional>
 #include <vector>
 
+#include "jorvet/base/never_destroyed.h"
 #include "jorvet/compat/drivers/open_bridge.h"
 #include "jorvet/compat/faults.h"
 #include "jorvet/compat/handle_table.h"
 
-namespace jorvet::platform::d2xx {
+namespace jorvet::compat::d2xx {
 
 namespace {
 
@@ -21,44 +22,55 @@ struct driver {
     std::optional<std::vector<FT_DEVICE_LIST_INFO_NODE>> stock;
 };
 
-// Never destroyed: threads that outlive main may still be inside a call.
 driver& the_driver() {
-    static driver& it = *new driver;
-    return it;
+    return never_destroyed<driver>();
 }
 
-// Does `work(bridge)` for an open handle. A call that a close on another thread has made fail says that it was closed.
+// `work()`, or FT_INSUFFICIENT_RESOURCES when memory runs out in it.
+template <class Work>
+FT_STATUS status_of(Work work) {
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        return FT_INSUFFICIENT_RESOURCES;
+    }
+}
+
+// The body of each function: runs `work`, unless a fault is due for `function`.
+template <class Work>
+FT_STATUS guarded(const char* function, Work work) {
+    const auto fault = faults::due(function);
+    return fault ? *fault : status_of(work);
+}
+
+// The same for an open handle, as `work(bridge)`. A call that fails because another thread has closed the handle
+// returns FT_INVALID_HANDLE.
 template <class Work>
 FT_STATUS on_bridge(const char* function, FT_HANDLE handle, Work work) {
-    if (const auto fault = faults::due(function))
-        return *fault;
-    const auto bridge = the_driver().bridges.find(handle);
-    if (!bridge || !bridge->enter())
-        return FT_INVALID_HANDLE;
-    FT_STATUS status = FT_INSUFFICIENT_RESOURCES;
-    try {
-        status = work(*bridge);
-    } catch (const std::bad_alloc&) { // of the port; the status says it
-    }
-    if (status != FT_OK && bridge->closed())
-        status = FT_INVALID_HANDLE;
-    bridge->leave();
-    return status;
+    return guarded(function, [&]() -> FT_STATUS {
+        const auto bridge = the_driver().bridges.find(handle);
+        if (!bridge || !bridge->enter())
+            return FT_INVALID_HANDLE;
+        const FT_STATUS status = status_of([&] { return work(*bridge); });
+        const bool closed = status != FT_OK && bridge->closed();
+        bridge->leave();
+        return closed ? FT_STATUS{FT_INVALID_HANDLE} : status;
+    });
 }
 
-FT_HANDLE handle_of(const BridgePort& port) {
+FT_HANDLE handle_of(const ports::bridge_port& port) {
     return the_driver().bridges.handle_where([&](const open_bridge& bridge) { return bridge.is_on(port); });
 }
 
-FT_STATUS open_port(const std::shared_ptr<BridgePort>& port, FT_HANDLE* handle) {
+FT_STATUS open_port(const std::shared_ptr<ports::bridge_port>& port, FT_HANDLE* handle) {
     if (handle_of(*port) != nullptr)
         return FT_DEVICE_NOT_OPENED;
     const auto bridge = std::make_shared<open_bridge>(port);
     const FT_HANDLE candidate = the_driver().bridges.add(bridge);
-    const PortStatus status = bridge->open();
-    if (status != PortStatus::ok) {
+    const ports::port_status status = bridge->open();
+    if (status != ports::port_status::ok) {
         the_driver().bridges.remove(candidate);
-        return status == PortStatus::gone ? FT_DEVICE_NOT_FOUND : FT_DEVICE_NOT_OPENED;
+        return status == ports::port_status::gone ? FT_DEVICE_NOT_FOUND : FT_DEVICE_NOT_OPENED;
     }
     *handle = candidate;
     return FT_OK;
@@ -72,8 +84,8 @@ FT_STATUS check_presence(const open_bridge& bridge) {
 
 FT_STATUS queue_length(const open_bridge& bridge, DWORD* length) {
     std::size_t count = 0;
-    const PortStatus status = bridge.port().received(&count);
-    if (status == PortStatus::ok)
+    const ports::port_status status = bridge.port().received(&count);
+    if (status == ports::port_status::ok)
         *length = static_cast<DWORD>(count);
     return translate(status);
 }
@@ -83,8 +95,8 @@ void copy_text(const std::string& text, char (&to)[Size]) {
     to[text.copy(to, Size - 1)] = '\0';
 }
 
-FT_DEVICE_LIST_INFO_NODE node_for(const BridgePort& port) {
-    const BridgeIdentity identity = port.identity();
+FT_DEVICE_LIST_INFO_NODE node_for(const ports::bridge_port& port) {
+    const ports::bridge_identity identity = port.identity();
     FT_DEVICE_LIST_INFO_NODE node{};
     node.ftHandle = handle_of(port);
     node.Flags = node.ftHandle != nullptr ? FT_FLAGS_OPENED : 0;
@@ -102,36 +114,33 @@ bool is_transfer_size(ULONG bytes) {
 
 } // namespace
 
-} // namespace jorvet::platform::d2xx
+} // namespace jorvet::compat::d2xx
 
-using namespace jorvet::platform;
-using namespace jorvet::platform::d2xx;
+using namespace jorvet;
+using namespace jorvet::compat;
+using namespace jorvet::compat::d2xx;
 
 FT_STATUS WINAPI FT_Open(int device, FT_HANDLE* handle) {
-    if (const auto fault = faults::due(__func__))
-        return *fault;
-    if (handle == nullptr)
-        return FT_INVALID_PARAMETER;
-    try {
+    return guarded(__func__, [&]() -> FT_STATUS {
+        if (handle == nullptr)
+            return FT_INVALID_PARAMETER;
         const std::lock_guard<std::mutex> lock(the_driver().mutex);
-        const auto ports = attached_bridges();
+        const auto ports = ports::attached_bridges();
         if (device < 0 || static_cast<std::size_t>(device) >= ports.size())
             return FT_DEVICE_NOT_FOUND;
         return open_port(ports[static_cast<std::size_t>(device)], handle);
-    } catch (const std::bad_alloc&) {
-        return FT_INSUFFICIENT_RESOURCES;
-    }
+    });
 }
 
 FT_STATUS WINAPI FT_Close(FT_HANDLE handle) {
-    if (const auto fault = faults::due(__func__))
-        return *fault;
-    const std::lock_guard<std::mutex> lock(the_driver().mutex);
-    const auto bridge = the_driver().bridges.remove(handle);
-    if (!bridge)
-        return FT_INVALID_HANDLE;
-    bridge->close();
-    return FT_OK;
+    return guarded(__func__, [&]() -> FT_STATUS {
+        const std::lock_guard<std::mutex> lock(the_driver().mutex);
+        const auto bridge = the_driver().bridges.remove(handle);
+        if (!bridge)
+            return FT_INVALID_HANDLE;
+        bridge->close();
+        return FT_OK;
+    });
 }
 
 FT_STATUS WINAPI FT_Read(FT_HANDLE handle, LPVOID buffer, DWORD count, LPDWORD read) {
@@ -158,8 +167,8 @@ FT_STATUS WINAPI FT_SetBaudRate(FT_HANDLE handle, ULONG baud_rate) {
     return on_bridge(__func__, handle, [&](open_bridge& bridge) -> FT_STATUS {
         if (baud_rate < 300 || baud_rate > 3000000)
             return FT_INVALID_BAUD_RATE;
-        const PortStatus status = bridge.port().set_baud_rate(baud_rate);
-        return status == PortStatus::bad_value ? FT_INVALID_BAUD_RATE : translate(status);
+        const ports::port_status status = bridge.port().set_baud_rate(baud_rate);
+        return status == ports::port_status::bad_value ? FT_INVALID_BAUD_RATE : translate(status);
     });
 }
 
@@ -247,33 +256,29 @@ FT_STATUS WINAPI FT_SetResetPipeRetryCount(FT_HANDLE handle, DWORD) {
 }
 
 FT_STATUS WINAPI FT_CreateDeviceInfoList(LPDWORD count) {
-    if (const auto fault = faults::due(__func__))
-        return *fault;
-    if (count == nullptr)
-        return FT_INVALID_PARAMETER;
-    try {
+    return guarded(__func__, [&]() -> FT_STATUS {
+        if (count == nullptr)
+            return FT_INVALID_PARAMETER;
         const std::lock_guard<std::mutex> lock(the_driver().mutex);
         std::vector<FT_DEVICE_LIST_INFO_NODE> nodes;
-        for (const auto& port : attached_bridges())
+        for (const auto& port : ports::attached_bridges())
             nodes.push_back(node_for(*port));
         *count = static_cast<DWORD>(nodes.size());
         the_driver().stock = std::move(nodes);
         return FT_OK;
-    } catch (const std::bad_alloc&) {
-        return FT_INSUFFICIENT_RESOURCES;
-    }
+    });
 }
 
 FT_STATUS WINAPI FT_GetDeviceInfoList(FT_DEVICE_LIST_INFO_NODE* nodes, LPDWORD count) {
-    if (const auto fault = faults::due(__func__))
-        return *fault;
-    if (nodes == nullptr || count == nullptr)
-        return FT_INVALID_PARAMETER;
-    const std::lock_guard<std::mutex> lock(the_driver().mutex);
-    const auto& stock = the_driver().stock;
-    if (!stock)
-        return FT_DEVICE_LIST_NOT_READY;
-    std::copy(stock->begin(), stock->end(), nodes);
-    *count = static_cast<DWORD>(stock->size());
-    return FT_OK;
+    return guarded(__func__, [&]() -> FT_STATUS {
+        if (nodes == nullptr || count == nullptr)
+            return FT_INVALID_PARAMETER;
+        const std::lock_guard<std::mutex> lock(the_driver().mutex);
+        const auto& stock = the_driver().stock;
+        if (!stock)
+            return FT_DEVICE_LIST_NOT_READY;
+        std::copy(stock->begin(), stock->end(), nodes);
+        *count = static_cast<DWORD>(stock->size());
+        return FT_OK;
+    });
 }

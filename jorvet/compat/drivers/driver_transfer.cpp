@@ -7,7 +7,7 @@
 
 #include "jorvet/system/cyusb_driver.h"
 
-namespace jorvet::platform::usb {
+namespace jorvet::compat::usb {
 
 namespace {
 
@@ -26,23 +26,23 @@ struct end_words {
     std::uint32_t usbd;
 };
 
-end_words words_for(UsbEnd end) {
+end_words words_for(ports::usb_end end) {
     switch (end) {
-    case UsbEnd::ok:
+    case ports::usb_end::ok:
         return {ERROR_SUCCESS, 0, 0};
-    case UsbEnd::stalled:
+    case ports::usb_end::stalled:
         return {ERROR_GEN_FAILURE, 0xC0000001, 0xC0000004};
-    case UsbEnd::babble:
+    case ports::usb_end::babble:
         return {ERROR_GEN_FAILURE, 0xC0000001, 0xC0000008};
-    case UsbEnd::cancelled:
+    case ports::usb_end::cancelled:
         return {ERROR_OPERATION_ABORTED, 0, 0};
-    case UsbEnd::timed_out:
+    case ports::usb_end::timed_out:
         return {ERROR_GEN_FAILURE, 0xC00000B5, 0xC0006000};
-    case UsbEnd::no_endpoint:
+    case ports::usb_end::no_endpoint:
         return {ERROR_INVALID_PARAMETER, 0xC000000D, 0x80000600};
-    case UsbEnd::gone:
+    case ports::usb_end::gone:
         return {ERROR_DEVICE_NOT_CONNECTED, 0xC000009D, 0xC0007000};
-    case UsbEnd::failed:
+    case ports::usb_end::failed:
         break;
     }
     return {ERROR_GEN_FAILURE, 0xC0000001, 0xC0000005};
@@ -116,17 +116,17 @@ DWORD read_layout(const io_request& request, transfer_layout* layout) {
                                                  : read_buffered(request, header, layout);
 }
 
-void usb_transfer::submit(const std::shared_ptr<usb_transfer>& self, UsbPort& port) {
+void driver_transfer::submit(const std::shared_ptr<driver_transfer>& self, ports::usb_port& port) {
     try {
-        self->submit_to(port, [self](const UsbResult& result) { self->complete(result); });
+        self->submit_to(port, [self](const ports::usb_result& result) { self->complete(result); });
     } catch (const std::exception&) { // of a port without resources; the transfer has not taken place
-        UsbResult result;
-        result.end = UsbEnd::failed;
+        ports::usb_result result;
+        result.end = ports::usb_end::failed;
         self->complete(result);
     }
 }
 
-void usb_transfer::submit_to(UsbPort& port, UsbCompletion done) const {
+void driver_transfer::submit_to(ports::usb_port& port, ports::usb_completion done) const {
     const std::uint8_t* const sent = layout_.inbound ? nullptr : layout_.data;
     if (layout_.endpoint == 0)
         port.control(layout_.setup, sent, layout_.timeout_ms, std::move(done));
@@ -134,7 +134,7 @@ void usb_transfer::submit_to(UsbPort& port, UsbCompletion done) const {
         port.submit({layout_.endpoint, sent, layout_.length, layout_.packets}, std::move(done));
 }
 
-void usb_transfer::complete(const UsbResult& result) {
+void driver_transfer::complete(const ports::usb_result& result) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (finished_)
         return;
@@ -145,7 +145,7 @@ void usb_transfer::complete(const UsbResult& result) {
     done_ = nullptr;
 }
 
-std::optional<io_outcome> usb_transfer::hand_over(io_done done) {
+std::optional<io_outcome> driver_transfer::hand_over(io_done done) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (finished_)
         return outcome_;
@@ -153,26 +153,27 @@ std::optional<io_outcome> usb_transfer::hand_over(io_done done) {
     return std::nullopt;
 }
 
-io_outcome usb_transfer::deliver(const UsbResult& result) const {
+io_outcome driver_transfer::deliver(const ports::usb_result& result) const {
     const std::size_t count = std::min(result.count, layout_.length);
-    const UsbEnd end = result.end == UsbEnd::ok && result.count > count ? UsbEnd::babble : result.end;
+    const ports::usb_end end =
+        result.end == ports::usb_end::ok && result.count > count ? ports::usb_end::babble : result.end;
     if (layout_.inbound && count > 0)
         std::memcpy(layout_.data, result.data, count);
     fill_table(result, end);
     const end_words words = words_for(end);
     std::memcpy(layout_.block + offsetof(XferRequest, NtStatus), &words.nt, sizeof(words.nt));
     std::memcpy(layout_.block + offsetof(XferRequest, UsbdStatus), &words.usbd, sizeof(words.usbd));
-    const bool never_started = end == UsbEnd::gone || end == UsbEnd::no_endpoint;
+    const bool never_started = end == ports::usb_end::gone || end == ports::usb_end::no_endpoint;
     return {words.error, static_cast<DWORD>(layout_.counted_before_data + count), !never_started};
 }
 
 // Packets that the port says nothing of have the end of the `rest`, and no bytes.
-void usb_transfer::fill_table(const UsbResult& result, UsbEnd rest) const {
+void driver_transfer::fill_table(const ports::usb_result& result, ports::usb_end rest) const {
     for (std::size_t i = 0; i < layout_.packets; ++i) {
-        const UsbPacket packet = i < result.packets.size() ? result.packets[i] : UsbPacket{rest, 0};
+        const ports::usb_packet packet = i < result.packets.size() ? result.packets[i] : ports::usb_packet{rest, 0};
         const CCyIsoPktInfo entry{words_for(packet.end).usbd, packet.length};
         std::memcpy(layout_.table + i * sizeof(entry), &entry, sizeof(entry));
     }
 }
 
-} // namespace jorvet::platform::usb
+} // namespace jorvet::compat::usb

@@ -10,7 +10,7 @@
 #include "jorvet/ports/ports.h"
 #include "jorvet/system/win32.h"
 
-namespace jorvet::platform::usb {
+namespace jorvet::compat::usb {
 
 // A request as the system passes it to a driver. The memory is the driver's until it has answered.
 struct io_request {
@@ -35,7 +35,7 @@ using io_done = std::function<void(const io_outcome&)>;
 struct transfer_layout {
     std::uint8_t endpoint = 0; // 0: control
     bool inbound = false;
-    UsbSetup setup;
+    ports::usb_setup setup;
     unsigned timeout_ms = 0;
     std::uint8_t* block = nullptr;
     std::uint8_t* table = nullptr;
@@ -51,20 +51,20 @@ struct transfer_layout {
 // with ERROR_SUCCESS.
 DWORD read_layout(const io_request& request, transfer_layout* layout);
 
-class usb_transfer {
+class driver_transfer {
   public:
-    explicit usb_transfer(const transfer_layout& layout) : layout_(layout) {}
-    usb_transfer(const usb_transfer&) = delete;
-    usb_transfer& operator=(const usb_transfer&) = delete;
+    explicit driver_transfer(const transfer_layout& layout) : layout_(layout) {}
+    driver_transfer(const driver_transfer&) = delete;
+    driver_transfer& operator=(const driver_transfer&) = delete;
 
     std::uint8_t endpoint() const { return layout_.endpoint; }
 
     // Gives the transfer to the port, which calls complete(). Once. `self` is this transfer.
-    static void submit(const std::shared_ptr<usb_transfer>& self, UsbPort& port);
+    static void submit(const std::shared_ptr<driver_transfer>& self, ports::usb_port& port);
 
     // Ends the transfer: data, table and status words go to the caller's memory, then the outcome to whoever
     // hand_over() named. When it returns that has happened, and nothing of the caller's is touched any more.
-    void complete(const UsbResult& result);
+    void complete(const ports::usb_result& result);
 
     // The outcome, when the transfer has ended; otherwise none, and `done` is called when it does.
     std::optional<io_outcome> hand_over(io_done done);
@@ -72,9 +72,9 @@ class usb_transfer {
     bool finished() const { return finished_; }
 
   private:
-    void submit_to(UsbPort& port, UsbCompletion done) const;
-    io_outcome deliver(const UsbResult& result) const;
-    void fill_table(const UsbResult& result, UsbEnd rest) const;
+    void submit_to(ports::usb_port& port, ports::usb_completion done) const;
+    io_outcome deliver(const ports::usb_result& result) const;
+    void fill_table(const ports::usb_result& result, ports::usb_end rest) const;
 
     const transfer_layout layout_;
     std::atomic<bool> finished_{false};
@@ -85,4 +85,4 @@ class usb_transfer {
     io_done done_;
 };
 
-} // namespace jorvet::platform::usb
+} // namespace jorvet::compat::usb

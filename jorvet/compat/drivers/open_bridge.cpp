@@ -2,24 +2,24 @@
 // a reader waits.
 #include "jorvet/compat/drivers/open_bridge.h"
 
-namespace jorvet::platform::d2xx {
+namespace jorvet::compat::d2xx {
 
-FT_STATUS translate(PortStatus status) {
+FT_STATUS translate(ports::port_status status) {
     switch (status) {
-    case PortStatus::ok:
+    case ports::port_status::ok:
         return FT_OK;
-    case PortStatus::gone:
-    case PortStatus::failed:
+    case ports::port_status::gone:
+    case ports::port_status::failed:
         return FT_IO_ERROR;
-    case PortStatus::bad_value:
+    case ports::port_status::bad_value:
         return FT_INVALID_PARAMETER;
-    case PortStatus::refused:
+    case ports::port_status::refused:
         break;
     }
     return FT_OTHER_ERROR;
 }
 
-PortStatus open_bridge::open() {
+ports::port_status open_bridge::open() {
     return port_->open([this] { on_notify(); });
 }
 
@@ -64,8 +64,8 @@ FT_STATUS open_bridge::read_until(time_limit limit, std::uint8_t* buffer, std::s
     for (;;) {
         const unsigned seen = notifications_; // before the port is asked: what comes after that ends the wait
         std::size_t more = 0;
-        const PortStatus status = port_->read(buffer + total, count - total, &more);
-        if (status != PortStatus::ok)
+        const ports::port_status status = port_->read(buffer + total, count - total, &more);
+        if (status != ports::port_status::ok)
             return translate(status);
         total += more;
         if (total == count || !wait_for_news(seen, limit))
@@ -90,8 +90,8 @@ bool open_bridge::wait_for_news(unsigned seen, time_limit limit) {
 
 FT_STATUS open_bridge::write(const std::uint8_t* bytes, std::size_t count, DWORD* written) {
     std::size_t taken = 0;
-    const PortStatus status = port_->write(bytes, count, write_timeout_, &taken);
-    if (status != PortStatus::ok)
+    const ports::port_status status = port_->write(bytes, count, write_timeout_, &taken);
+    if (status != ports::port_status::ok)
         return translate(status);
     if (taken < count && closed_)
         return FT_INVALID_HANDLE;
@@ -112,4 +112,4 @@ void open_bridge::wake() {
     changed_.notify_all();
 }
 
-} // namespace jorvet::platform::d2xx
+} // namespace jorvet::compat::d2xx

@@ -12,19 +12,19 @@
 #include "jorvet/ports/ports.h"
 #include "jorvet/system/d2xx.h"
 
-namespace jorvet::platform::d2xx {
+namespace jorvet::compat::d2xx {
 
 // The driver's status for what a port says.
-FT_STATUS translate(PortStatus status);
+FT_STATUS translate(ports::port_status status);
 
 class open_bridge {
   public:
-    explicit open_bridge(std::shared_ptr<BridgePort> port) : port_(std::move(port)) {}
+    explicit open_bridge(std::shared_ptr<ports::bridge_port> port) : port_(std::move(port)) {}
     open_bridge(const open_bridge&) = delete;
     open_bridge& operator=(const open_bridge&) = delete;
 
     // Both once, open() first. close() ends the calls that block and returns when no call is inside any more.
-    PortStatus open();
+    ports::port_status open();
     void close();
 
     // A call on the bridge is inside from enter() to leave(), so that close() can wait for it. False when closed, and
@@ -33,8 +33,8 @@ class open_bridge {
     void leave();
 
     bool closed() const { return closed_; }
-    BridgePort& port() const { return *port_; }
-    bool is_on(const BridgePort& port) const { return port_.get() == &port; }
+    ports::bridge_port& port() const { return *port_; }
+    bool is_on(const ports::bridge_port& port) const { return port_.get() == &port; }
 
     void set_timeouts(ULONG read_ms, ULONG write_ms);
     void set_event(HANDLE event) { event_ = event; } // null: none
@@ -51,7 +51,7 @@ class open_bridge {
     void on_notify();
     void wake();
 
-    const std::shared_ptr<BridgePort> port_;
+    const std::shared_ptr<ports::bridge_port> port_;
     std::atomic<HANDLE> event_{nullptr};
     std::atomic<ULONG> read_timeout_{0};
     std::atomic<ULONG> write_timeout_{0};
@@ -66,4 +66,4 @@ class open_bridge {
     std::condition_variable changed_;
 };
 
-} // namespace jorvet::platform::d2xx
+} // namespace jorvet::compat::d2xx

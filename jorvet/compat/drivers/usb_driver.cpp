@@ -10,7 +10,7 @@
 
 #include "jorvet/system/cyusb_driver.h"
 
-namespace jorvet::platform::usb {
+namespace jorvet::compat::usb {
 
 namespace {
 
@@ -24,26 +24,26 @@ constexpr std::uint32_t full_speed_code = 1;
 // The system's copy of a request's buffer: the input, and on success the output.
 using system_buffer = std::array<std::uint8_t, cyusb::name_size>;
 
-DWORD error_for(PortStatus status) {
+DWORD error_for(ports::port_status status) {
     switch (status) {
-    case PortStatus::ok:
+    case ports::port_status::ok:
         return ERROR_SUCCESS;
-    case PortStatus::gone:
+    case ports::port_status::gone:
         return ERROR_DEVICE_NOT_CONNECTED;
-    case PortStatus::bad_value:
+    case ports::port_status::bad_value:
         return ERROR_INVALID_PARAMETER;
-    case PortStatus::refused:
-    case PortStatus::failed:
+    case ports::port_status::refused:
+    case ports::port_status::failed:
         break;
     }
     return ERROR_GEN_FAILURE;
 }
 
-DWORD open_error_for(PortStatus status) {
+DWORD open_error_for(ports::port_status status) {
     switch (status) {
-    case PortStatus::gone:
+    case ports::port_status::gone:
         return ERROR_FILE_NOT_FOUND;
-    case PortStatus::refused:
+    case ports::port_status::refused:
         return ERROR_ACCESS_DENIED;
     default:
         return error_for(status);
@@ -58,73 +58,73 @@ Value value_in(const system_buffer& buffer) {
 }
 
 template <class Value>
-PortStatus put(system_buffer& buffer, PortStatus status, const Value& value) {
+ports::port_status put(system_buffer& buffer, ports::port_status status, const Value& value) {
     std::memcpy(buffer.data(), &value, sizeof(value));
     return status;
 }
 
-PortStatus put_text(system_buffer& buffer, PortStatus status, const std::string& text) {
+ports::port_status put_text(system_buffer& buffer, ports::port_status status, const std::string& text) {
     buffer.fill(0);
     text.copy(reinterpret_cast<char*>(buffer.data()), buffer.size() - 1);
     return status;
 }
 
-PortStatus get_alternate(open_device& device, system_buffer& buffer) {
+ports::port_status get_alternate(open_device& device, system_buffer& buffer) {
     std::uint8_t setting = 0;
-    const PortStatus status = device.port().alternate(&setting);
+    const ports::port_status status = device.port().alternate(&setting);
     return put(buffer, status, setting);
 }
 
-PortStatus get_bus_address(open_device& device, system_buffer& buffer) {
+ports::port_status get_bus_address(open_device& device, system_buffer& buffer) {
     std::uint8_t address = 0;
-    const PortStatus status = device.port().bus_address(&address);
+    const ports::port_status status = device.port().bus_address(&address);
     return put(buffer, status, address);
 }
 
-PortStatus get_power(open_device& device, system_buffer& buffer) {
-    UsbPower power = UsbPower::resumed;
-    const PortStatus status = device.port().power(&power);
+ports::port_status get_power(open_device& device, system_buffer& buffer) {
+    ports::usb_power power = ports::usb_power::resumed;
+    const ports::port_status status = device.port().power(&power);
     return put(buffer, status,
-               power == UsbPower::suspended ? cyusb::power_state::suspended : cyusb::power_state::resumed);
+               power == ports::usb_power::suspended ? cyusb::power_state::suspended : cyusb::power_state::resumed);
 }
 
-PortStatus set_power(open_device& device, system_buffer& buffer) {
+ports::port_status set_power(open_device& device, system_buffer& buffer) {
     switch (value_in<std::uint32_t>(buffer)) {
     case cyusb::power_state::resumed:
-        return device.port().set_power(UsbPower::resumed);
+        return device.port().set_power(ports::usb_power::resumed);
     case cyusb::power_state::suspended:
-        return device.port().set_power(UsbPower::suspended);
+        return device.port().set_power(ports::usb_power::suspended);
     default:
-        return PortStatus::bad_value;
+        return ports::port_status::bad_value;
     }
 }
 
-PortStatus get_bus_speed(open_device& device, system_buffer& buffer) {
-    UsbSpeed speed = UsbSpeed::full;
-    const PortStatus status = device.port().speed(&speed);
+ports::port_status get_bus_speed(open_device& device, system_buffer& buffer) {
+    ports::usb_speed speed = ports::usb_speed::full;
+    const ports::port_status status = device.port().speed(&speed);
     switch (speed) {
-    case UsbSpeed::super:
+    case ports::usb_speed::super:
         return put(buffer, status, cyusb::speed_code::super);
-    case UsbSpeed::high:
+    case ports::usb_speed::high:
         return put(buffer, status, cyusb::speed_code::high);
-    case UsbSpeed::full:
+    case ports::usb_speed::full:
         break;
     }
     return put(buffer, status, full_speed_code);
 }
 
-PortStatus get_transfer_size(open_device& device, system_buffer& buffer) {
+ports::port_status get_transfer_size(open_device& device, system_buffer& buffer) {
     auto record = value_in<cyusb::transfer_size_record>(buffer);
     record.size = device.transfer_size(record.endpoint_address);
     return put(buffer, device.presence(), record);
 }
 
-PortStatus set_transfer_size(open_device& device, system_buffer& buffer) {
+ports::port_status set_transfer_size(open_device& device, system_buffer& buffer) {
     const auto record = value_in<cyusb::transfer_size_record>(buffer);
     if (record.size == 0)
-        return PortStatus::bad_value;
-    const PortStatus status = device.presence();
-    if (status == PortStatus::ok)
+        return ports::port_status::bad_value;
+    const ports::port_status status = device.presence();
+    if (status == ports::port_status::ok)
         device.set_transfer_size(record.endpoint_address, record.size);
     return status;
 }
@@ -133,7 +133,7 @@ struct rule {
     std::uint32_t code;
     DWORD in_size;  // that the input must have at least
     DWORD out_size; // that comes back
-    PortStatus (*act)(open_device& device, system_buffer& buffer);
+    ports::port_status (*act)(open_device& device, system_buffer& buffer);
 };
 
 const rule rules[] = {
@@ -187,7 +187,7 @@ io_outcome answer(open_device& device, const io_request& request) {
 
 } // namespace
 
-std::string interface_path(const UsbIdentity& identity) {
+std::string interface_path(const ports::usb_identity& identity) {
     char head[32];
     std::snprintf(head, sizeof(head), "\\\\?\\usb#vid_%04x&pid_%04x#", static_cast<unsigned>(identity.vendor_id),
                   static_cast<unsigned>(identity.product_id));
@@ -201,7 +201,7 @@ std::string interface_path(const UsbIdentity& identity) {
 
 std::shared_ptr<open_device> open_path(const std::string& path, DWORD* error) {
     *error = ERROR_FILE_NOT_FOUND;
-    for (const auto& port : attached_usb_devices()) {
+    for (const auto& port : ports::attached_usb_devices()) {
         if (interface_path(port->identity()) != path)
             continue;
         auto device = std::make_shared<open_device>(port);
@@ -211,9 +211,9 @@ std::shared_ptr<open_device> open_path(const std::string& path, DWORD* error) {
     return nullptr;
 }
 
-PortStatus open_device::open() {
-    const PortStatus status = port_->open();
-    closed_ = status != PortStatus::ok;
+ports::port_status open_device::open() {
+    const ports::port_status status = port_->open();
+    closed_ = status != ports::port_status::ok;
     return status;
 }
 
@@ -231,10 +231,10 @@ std::optional<io_outcome> open_device::start_transfer(const io_request& request,
     transfer_layout layout;
     if (const DWORD error = read_layout(request, &layout))
         return io_outcome{error};
-    const auto transfer = std::make_shared<usb_transfer>(layout);
+    const auto transfer = std::make_shared<driver_transfer>(layout);
     if (!enlist(transfer))
         return io_outcome{ERROR_INVALID_HANDLE};
-    usb_transfer::submit(transfer, *port_);
+    driver_transfer::submit(transfer, *port_);
     if (closed_) // after it was enlisted: close() may have come too early for the port to know of it
         cancel(transfer);
     return transfer->hand_over(std::move(done));
@@ -255,8 +255,8 @@ bool open_device::enlist(const transfer_pointer& transfer) {
 void open_device::cancel(const transfer_pointer& transfer) {
     if (!transfer->finished())
         port_->abort(transfer->endpoint());
-    UsbResult result;
-    result.end = UsbEnd::cancelled;
+    ports::usb_result result;
+    result.end = ports::usb_end::cancelled;
     transfer->complete(result);
 }
 
@@ -273,8 +273,8 @@ void open_device::close() {
     port_->close();
 }
 
-PortStatus open_device::presence() {
-    UsbSpeed ignored = UsbSpeed::full;
+ports::port_status open_device::presence() {
+    ports::usb_speed ignored = ports::usb_speed::full;
     return port_->speed(&ignored);
 }
 
@@ -289,4 +289,4 @@ void open_device::set_transfer_size(std::uint8_t endpoint, std::uint32_t size) {
     transfer_sizes_[endpoint] = size;
 }
 
-} // namespace jorvet::platform::usb
+} // namespace jorvet::compat::usb

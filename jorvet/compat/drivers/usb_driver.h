@@ -10,23 +10,23 @@
 #include "jorvet/compat/drivers/driver_transfer.h"
 #include "jorvet/system/cyusb_driver.h"
 
-namespace jorvet::platform::usb {
+namespace jorvet::compat::usb {
 
 // The class of the device interfaces that this driver serves.
 inline constexpr GUID interface_class = cyusb::driver_class<GUID>();
 
 // The path of a device's interface: shorter than 255 characters, and different for any two attached devices.
-std::string interface_path(const UsbIdentity& identity);
+std::string interface_path(const ports::usb_identity& identity);
 
 class open_device {
   public:
-    explicit open_device(std::shared_ptr<UsbPort> port) : port_(std::move(port)) {}
+    explicit open_device(std::shared_ptr<ports::usb_port> port) : port_(std::move(port)) {}
     ~open_device() { close(); }
     open_device(const open_device&) = delete;
     open_device& operator=(const open_device&) = delete;
 
     // Takes the device: the port's answer. Once, first.
-    PortStatus open();
+    ports::port_status open();
 
     // Does a request, or starts it. Returns the answer when there is one already, and `done` is not called then;
     // otherwise `done` is called once, perhaps before this returns. Throws nothing, does not block.
@@ -37,22 +37,22 @@ class open_device {
     // so as well. Harmless the second time; the destructor does it at the latest.
     void close();
 
-    UsbPort& port() { return *port_; }
+    ports::usb_port& port() { return *port_; }
     // Whether the device is there still, for requests that need nothing else of it.
-    PortStatus presence();
+    ports::port_status presence();
 
     // The sizes that the host side splits transfers into, by endpoint address.
     std::uint32_t transfer_size(std::uint8_t endpoint);
     void set_transfer_size(std::uint8_t endpoint, std::uint32_t size);
 
   private:
-    using transfer_pointer = std::shared_ptr<usb_transfer>;
+    using transfer_pointer = std::shared_ptr<driver_transfer>;
 
     std::optional<io_outcome> start_transfer(const io_request& request, io_done done);
     bool enlist(const transfer_pointer& transfer);
     void cancel(const transfer_pointer& transfer);
 
-    const std::shared_ptr<UsbPort> port_;
+    const std::shared_ptr<ports::usb_port> port_;
     std::atomic<bool> closed_{true};
     std::mutex mutex_; // guards the members below
     std::vector<transfer_pointer> pending_;
@@ -63,4 +63,4 @@ class open_device {
 // the device is gone), ERROR_ACCESS_DENIED (it refuses) or ERROR_GEN_FAILURE. Throws std::bad_alloc.
 std::shared_ptr<open_device> open_path(const std::string& path, DWORD* error);
 
-} // namespace jorvet::platform::usb
+} // namespace jorvet::compat::usb

@@ -2,12 +2,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <new>
 
-#include "jorvet/compat/faults.h"
 #include "jorvet/compat/kernel/objects.h"
 
-namespace jorvet::platform::kernel {
+namespace jorvet::compat::kernel {
 
 namespace {
 
@@ -76,42 +74,39 @@ void event::reset() {
 
 } // namespace
 
-} // namespace jorvet::platform::kernel
+} // namespace jorvet::compat::kernel
 
-using namespace jorvet::platform;
+using namespace jorvet::compat;
 using kernel::fail;
+using kernel::guarded;
 
 HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL initial_state, LPCSTR name) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, HANDLE{});
-    if (attributes != nullptr || (name != nullptr && *name != '\0'))
-        return fail(ERROR_INVALID_PARAMETER, HANDLE{});
-    try {
-        const HANDLE handle =
-            kernel::handles().add(std::make_shared<kernel::event>(manual_reset != FALSE, initial_state != FALSE));
+    return guarded(__func__, HANDLE{}, [&] {
+        if (attributes != nullptr || (name != nullptr && *name != '\0'))
+            return fail(ERROR_INVALID_PARAMETER, HANDLE{});
+        auto event = std::make_shared<kernel::event>(manual_reset != FALSE, initial_state != FALSE);
+        const HANDLE handle = kernel::handles().add(std::move(event));
         SetLastError(ERROR_SUCCESS);
         return handle;
-    } catch (const std::bad_alloc&) {
-        return fail(ERROR_NOT_ENOUGH_MEMORY, HANDLE{});
-    }
+    });
 }
 
 BOOL SetEvent(HANDLE event) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    const auto target = kernel::find_waitable(event);
-    if (!target)
-        return fail(ERROR_INVALID_HANDLE, FALSE);
-    target->set();
-    return TRUE;
+    return guarded(__func__, FALSE, [&] {
+        const auto target = kernel::find_waitable(event);
+        if (!target)
+            return fail(ERROR_INVALID_HANDLE, FALSE);
+        target->set();
+        return TRUE;
+    });
 }
 
 BOOL ResetEvent(HANDLE event) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    const auto target = kernel::find_waitable(event);
-    if (!target)
-        return fail(ERROR_INVALID_HANDLE, FALSE);
-    target->reset();
-    return TRUE;
+    return guarded(__func__, FALSE, [&] {
+        const auto target = kernel::find_waitable(event);
+        if (!target)
+            return fail(ERROR_INVALID_HANDLE, FALSE);
+        target->reset();
+        return TRUE;
+    });
 }

@@ -4,11 +4,8 @@
 
 #include <condition_variable>
 #include <mutex>
-#include <new>
 
-#include "jorvet/compat/faults.h"
-
-namespace jorvet::platform::kernel {
+namespace jorvet::compat::kernel {
 
 namespace {
 
@@ -92,59 +89,52 @@ HANDLE open_file(const std::string& path) {
 
 } // namespace
 
-} // namespace jorvet::platform::kernel
+} // namespace jorvet::compat::kernel
 
-using namespace jorvet::platform;
+using namespace jorvet::compat;
 using kernel::fail;
+using kernel::guarded;
 
 HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD, SECURITY_ATTRIBUTES* attributes, DWORD disposition, DWORD flags,
                    HANDLE template_file) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, INVALID_HANDLE_VALUE);
-    if (path == nullptr || access != (GENERIC_READ | GENERIC_WRITE) || disposition != OPEN_EXISTING ||
-        flags != FILE_FLAG_OVERLAPPED || attributes != nullptr || template_file != nullptr)
-        return fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
-    try {
+    return guarded(__func__, INVALID_HANDLE_VALUE, [&]() -> HANDLE {
+        if (path == nullptr || access != (GENERIC_READ | GENERIC_WRITE) || disposition != OPEN_EXISTING ||
+            flags != FILE_FLAG_OVERLAPPED || attributes != nullptr || template_file != nullptr)
+            return fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
         return kernel::open_file(path);
-    } catch (const std::bad_alloc&) {
-        return fail(ERROR_NOT_ENOUGH_MEMORY, INVALID_HANDLE_VALUE);
-    }
+    });
 }
 
 BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD in_size, LPVOID out, DWORD out_size, LPDWORD returned,
                      OVERLAPPED* record) {
     kernel::set_returned(returned, 0);
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    const auto file = kernel::find_file(device);
-    if (!file)
-        return fail(ERROR_INVALID_HANDLE, FALSE);
-    const usb::io_request request{code, static_cast<std::uint8_t*>(in), in_size, static_cast<std::uint8_t*>(out),
-                                  out_size};
-    try {
+    return guarded(__func__, FALSE, [&] {
+        const auto file = kernel::find_file(device);
+        if (!file)
+            return fail(ERROR_INVALID_HANDLE, FALSE);
+        const usb::io_request request{code, static_cast<std::uint8_t*>(in), in_size, static_cast<std::uint8_t*>(out),
+                                      out_size};
         return record == nullptr ? kernel::do_request(file->device(), request, returned)
                                  : kernel::start_request(file->device(), request, returned, record);
-    } catch (const std::bad_alloc&) {
-        return fail(ERROR_NOT_ENOUGH_MEMORY, FALSE);
-    }
+    });
 }
 
 BOOL GetOverlappedResult(HANDLE device, OVERLAPPED* record, LPDWORD transferred, BOOL wait) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    if (!kernel::find_file(device))
-        return fail(ERROR_INVALID_HANDLE, FALSE);
-    if (record == nullptr || transferred == nullptr)
-        return fail(ERROR_INVALID_PARAMETER, FALSE);
-    while (kernel::error_in(record) == ERROR_IO_PENDING) {
-        if (!wait)
-            return fail(ERROR_IO_INCOMPLETE, FALSE);
-        const auto event = kernel::find_waitable(record->hEvent);
-        if (!event)
+    return guarded(__func__, FALSE, [&] {
+        if (!kernel::find_file(device))
             return fail(ERROR_INVALID_HANDLE, FALSE);
-        event->wait(INFINITE);
-    }
-    *transferred = static_cast<DWORD>(record->InternalHigh);
-    const DWORD error = kernel::error_in(record);
-    return error == ERROR_SUCCESS ? TRUE : fail(error, FALSE);
+        if (record == nullptr || transferred == nullptr)
+            return fail(ERROR_INVALID_PARAMETER, FALSE);
+        while (kernel::error_in(record) == ERROR_IO_PENDING) {
+            if (!wait)
+                return fail(ERROR_IO_INCOMPLETE, FALSE);
+            const auto event = kernel::find_waitable(record->hEvent);
+            if (!event)
+                return fail(ERROR_INVALID_HANDLE, FALSE);
+            event->wait(INFINITE);
+        }
+        *transferred = static_cast<DWORD>(record->InternalHigh);
+        const DWORD error = kernel::error_in(record);
+        return error == ERROR_SUCCESS ? TRUE : fail(error, FALSE);
+    });
 }

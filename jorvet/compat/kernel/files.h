@@ -5,7 +5,7 @@
 #include "jorvet/compat/drivers/usb_driver.h"
 #include "jorvet/compat/kernel/objects.h"
 
-namespace jorvet::platform::kernel {
+namespace jorvet::compat::kernel {
 
 class file final : public object {
   public:
@@ -25,4 +25,4 @@ inline std::shared_ptr<file> find_file(HANDLE handle) {
     return std::dynamic_pointer_cast<file>(handles().find(handle));
 }
 
-} // namespace jorvet::platform::kernel
+} // namespace jorvet::compat::kernel

@@ -1,36 +1,35 @@
 // Handles, and what goes for every kind of kernel object: waiting and closing. Any thread.
 #include "jorvet/compat/kernel/objects.h"
 
-#include "jorvet/compat/faults.h"
+#include "jorvet/base/never_destroyed.h"
 
-namespace jorvet::platform::kernel {
+namespace jorvet::compat::kernel {
 
-// Never destroyed: threads that outlive main may still signal.
 handle_table<object>& handles() {
-    static auto& it = *new handle_table<object>(0);
-    return it;
+    return never_destroyed<handle_table<object>, 0>();
 }
 
-} // namespace jorvet::platform::kernel
+} // namespace jorvet::compat::kernel
 
-using namespace jorvet::platform;
+using namespace jorvet::compat;
 using kernel::fail;
+using kernel::guarded;
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, WAIT_FAILED);
-    const auto target = kernel::find_waitable(object);
-    if (!target)
-        return fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
-    return target->wait(milliseconds) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+    return guarded(__func__, WAIT_FAILED, [&] {
+        const auto target = kernel::find_waitable(object);
+        if (!target)
+            return fail(ERROR_INVALID_HANDLE, WAIT_FAILED);
+        return target->wait(milliseconds) ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+    });
 }
 
 BOOL CloseHandle(HANDLE object) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    const auto target = kernel::handles().remove(object);
-    if (!target)
-        return fail(ERROR_INVALID_HANDLE, FALSE);
-    target->closed();
-    return TRUE;
+    return guarded(__func__, FALSE, [&] {
+        const auto target = kernel::handles().remove(object);
+        if (!target)
+            return fail(ERROR_INVALID_HANDLE, FALSE);
+        target->closed();
+        return TRUE;
+    });
 }

@@ -2,10 +2,13 @@
 // beside this one; handles, waits and closing are the same for all.
 #pragma once
 
+#include <new>
+
+#include "jorvet/compat/faults.h"
 #include "jorvet/compat/handle_table.h"
 #include "jorvet/system/win32.h"
 
-namespace jorvet::platform::kernel {
+namespace jorvet::compat::kernel {
 
 // Something that a handle stands for. Lives as long as its handle is open or a call is inside.
 class object {
@@ -44,4 +47,17 @@ Value fail(DWORD error, Value value) {
     return value;
 }
 
-} // namespace jorvet::platform::kernel
+// The body of each function behind the faces: runs `work` and returns its result. Fails with `failure` instead when a
+// fault is due for `function`, and with ERROR_NOT_ENOUGH_MEMORY when `work` runs out of memory.
+template <class Value, class Work>
+Value guarded(const char* function, Value failure, Work work) {
+    if (const auto fault = faults::due(function))
+        return fail(*fault, failure);
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        return fail(ERROR_NOT_ENOUGH_MEMORY, failure);
+    }
+}
+
+} // namespace jorvet::compat::kernel

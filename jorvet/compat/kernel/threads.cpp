@@ -4,11 +4,11 @@
 
 #include <algorithm>
 
-#include "jorvet/compat/faults.h"
 #include "jorvet/compat/kernel/objects.h"
 
-using namespace jorvet::platform;
+using namespace jorvet::compat;
 using kernel::fail;
+using kernel::guarded;
 
 namespace {
 
@@ -34,13 +34,13 @@ HANDLE GetCurrentThread() {
 }
 
 BOOL SetThreadPriority(HANDLE thread, int priority) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    if (thread != GetCurrentThread())
-        return fail(ERROR_INVALID_HANDLE, FALSE);
-    if (priority < -15 || priority > 15)
-        return fail(ERROR_INVALID_PARAMETER, FALSE);
-    // Refused to most processes for a raise; a priority is a wish, so that is no failure.
-    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), nice_value(priority));
-    return TRUE;
+    return guarded(__func__, FALSE, [&] {
+        if (thread != GetCurrentThread())
+            return fail(ERROR_INVALID_HANDLE, FALSE);
+        if (priority < -15 || priority > 15)
+            return fail(ERROR_INVALID_PARAMETER, FALSE);
+        // Most processes may not raise their priority. That is no failure: a priority is only a request.
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), nice_value(priority));
+        return TRUE;
+    });
 }

@@ -2,24 +2,21 @@
 // members here. Any thread.
 #include <cstddef>
 #include <cstring>
-#include <new>
 #include <vector>
 
+#include "jorvet/base/never_destroyed.h"
 #include "jorvet/compat/drivers/usb_driver.h"
-#include "jorvet/compat/faults.h"
 #include "jorvet/compat/handle_table.h"
 #include "jorvet/compat/kernel/objects.h"
 
-namespace jorvet::platform::setup {
+namespace jorvet::compat::setup {
 
 namespace {
 
 using interface_set = std::vector<std::string>; // the paths of the members
 
-// Never destroyed: threads that outlive main may still be inside a call.
 handle_table<const interface_set>& sets() {
-    static auto& it = *new handle_table<const interface_set>(1);
-    return it;
+    return never_destroyed<handle_table<const interface_set>, 1>();
 }
 
 bool is_served(const GUID& guid) {
@@ -29,7 +26,7 @@ bool is_served(const GUID& guid) {
 interface_set present_interfaces(const GUID& guid) {
     interface_set paths;
     if (is_served(guid))
-        for (const auto& port : attached_usb_devices())
+        for (const auto& port : ports::attached_usb_devices())
             paths.push_back(usb::interface_path(port->identity()));
     return paths;
 }
@@ -48,66 +45,62 @@ bool is_sized_or_null(const Record* record) {
 
 } // namespace
 
-} // namespace jorvet::platform::setup
+} // namespace jorvet::compat::setup
 
-using namespace jorvet::platform;
-using namespace jorvet::platform::setup;
+using namespace jorvet::compat;
+using namespace jorvet::compat::setup;
 using kernel::fail;
+using kernel::guarded;
 
 HDEVINFO SetupDiGetClassDevsA(const GUID* class_guid, LPCSTR enumerator, HWND parent, DWORD flags) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, INVALID_HANDLE_VALUE);
-    if (class_guid == nullptr || enumerator != nullptr || parent != nullptr ||
-        flags != (DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
-        return fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
-    try {
+    return guarded(__func__, INVALID_HANDLE_VALUE, [&]() -> HANDLE {
+        if (class_guid == nullptr || enumerator != nullptr || parent != nullptr ||
+            flags != (DIGCF_PRESENT | DIGCF_DEVICEINTERFACE))
+            return fail(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
         return sets().add(std::make_shared<const interface_set>(present_interfaces(*class_guid)));
-    } catch (const std::bad_alloc&) {
-        return fail(ERROR_NOT_ENOUGH_MEMORY, INVALID_HANDLE_VALUE);
-    }
+    });
 }
 
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* device, const GUID* class_guid, DWORD index,
                                  SP_DEVICE_INTERFACE_DATA* data) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    const auto members = sets().find(set);
-    if (!members)
-        return fail(ERROR_INVALID_HANDLE, FALSE);
-    if (device != nullptr || class_guid == nullptr || data == nullptr || data->cbSize != sizeof(*data))
-        return fail(ERROR_INVALID_PARAMETER, FALSE);
-    if (!is_served(*class_guid) || index >= members->size())
-        return fail(ERROR_NO_MORE_ITEMS, FALSE);
-    constexpr DWORD active = 1;
-    *data = {sizeof(*data), *class_guid, active, ULONG_PTR{index} + 1};
-    return TRUE;
+    return guarded(__func__, FALSE, [&] {
+        const auto members = sets().find(set);
+        if (!members)
+            return fail(ERROR_INVALID_HANDLE, FALSE);
+        if (device != nullptr || class_guid == nullptr || data == nullptr || data->cbSize != sizeof(*data))
+            return fail(ERROR_INVALID_PARAMETER, FALSE);
+        if (!is_served(*class_guid) || index >= members->size())
+            return fail(ERROR_NO_MORE_ITEMS, FALSE);
+        constexpr DWORD active = 1;
+        *data = {sizeof(*data), *class_guid, active, ULONG_PTR{index} + 1};
+        return TRUE;
+    });
 }
 
 BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* data,
                                       SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail, DWORD size, LPDWORD required,
                                       SP_DEVINFO_DATA* device) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    const auto members = sets().find(set);
-    if (!members)
-        return fail(ERROR_INVALID_HANDLE, FALSE);
-    const std::string* const path = member(*members, data);
-    if (path == nullptr || !is_sized_or_null(detail) || (detail == nullptr && size != 0) || !is_sized_or_null(device))
-        return fail(ERROR_INVALID_PARAMETER, FALSE);
-    constexpr DWORD before_path = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
-    const auto needed = static_cast<DWORD>(before_path + path->size() + 1);
-    if (required != nullptr)
-        *required = needed;
-    if (detail == nullptr || size < needed)
-        return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-    std::memcpy(reinterpret_cast<char*>(detail) + before_path, path->c_str(), path->size() + 1);
-    if (device != nullptr)
-        *device = {sizeof(*device), data->InterfaceClassGuid, static_cast<DWORD>(data->Reserved), 0};
-    return TRUE;
+    return guarded(__func__, FALSE, [&] {
+        const auto members = sets().find(set);
+        if (!members)
+            return fail(ERROR_INVALID_HANDLE, FALSE);
+        const std::string* const path = member(*members, data);
+        if (path == nullptr || !is_sized_or_null(detail) || (detail == nullptr && size != 0) ||
+            !is_sized_or_null(device))
+            return fail(ERROR_INVALID_PARAMETER, FALSE);
+        constexpr DWORD before_path = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
+        const auto needed = static_cast<DWORD>(before_path + path->size() + 1);
+        if (required != nullptr)
+            *required = needed;
+        if (detail == nullptr || size < needed)
+            return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+        std::memcpy(reinterpret_cast<char*>(detail) + before_path, path->c_str(), path->size() + 1);
+        if (device != nullptr)
+            *device = {sizeof(*device), data->InterfaceClassGuid, static_cast<DWORD>(data->Reserved), 0};
+        return TRUE;
+    });
 }
 
 BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    return sets().remove(set) ? TRUE : fail(ERROR_INVALID_HANDLE, FALSE);
+    return guarded(__func__, FALSE, [&] { return sets().remove(set) ? TRUE : fail(ERROR_INVALID_HANDLE, FALSE); });
 }

@@ -2,22 +2,19 @@
 // is checked, kept and ended, and nothing comes of it. Any thread.
 #include <cstddef>
 #include <cstring>
-#include <new>
 
-#include "jorvet/compat/faults.h"
+#include "jorvet/base/never_destroyed.h"
 #include "jorvet/compat/handle_table.h"
 #include "jorvet/compat/kernel/files.h"
 
-namespace jorvet::platform::setup {
+namespace jorvet::compat::setup {
 
 namespace {
 
 struct registration {};
 
-// Never destroyed: threads that outlive main may still be inside a call.
 handle_table<registration>& registrations() {
-    static auto& it = *new handle_table<registration>(3);
-    return it;
+    return never_destroyed<handle_table<registration>, 3>();
 }
 
 DWORD check_handle_filter(const void* filter) {
@@ -40,28 +37,24 @@ DWORD check_filter(const void* filter) {
 
 } // namespace
 
-} // namespace jorvet::platform::setup
+} // namespace jorvet::compat::setup
 
-using namespace jorvet::platform;
-using namespace jorvet::platform::setup;
+using namespace jorvet::compat;
+using namespace jorvet::compat::setup;
 using kernel::fail;
+using kernel::guarded;
 
 HDEVNOTIFY RegisterDeviceNotificationA(HANDLE window, LPVOID filter, DWORD flags) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, HDEVNOTIFY{});
-    if (window == nullptr || filter == nullptr || flags != DEVICE_NOTIFY_WINDOW_HANDLE)
-        return fail(ERROR_INVALID_PARAMETER, HDEVNOTIFY{});
-    if (const DWORD error = check_filter(filter))
-        return fail(error, HDEVNOTIFY{});
-    try {
+    return guarded(__func__, HDEVNOTIFY{}, [&]() -> HDEVNOTIFY {
+        if (window == nullptr || filter == nullptr || flags != DEVICE_NOTIFY_WINDOW_HANDLE)
+            return fail(ERROR_INVALID_PARAMETER, HDEVNOTIFY{});
+        if (const DWORD error = check_filter(filter))
+            return fail(error, HDEVNOTIFY{});
         return registrations().add(std::make_shared<registration>());
-    } catch (const std::bad_alloc&) {
-        return fail(ERROR_NOT_ENOUGH_MEMORY, HDEVNOTIFY{});
-    }
+    });
 }
 
 BOOL UnregisterDeviceNotification(HDEVNOTIFY registration) {
-    if (const auto error = faults::due(__func__))
-        return fail(*error, FALSE);
-    return registrations().remove(registration) ? TRUE : fail(ERROR_INVALID_HANDLE, FALSE);
+    return guarded(__func__, FALSE,
+                   [&] { return registrations().remove(registration) ? TRUE : fail(ERROR_INVALID_HANDLE, FALSE); });
 }

@@ -19,7 +19,7 @@
 
 namespace jorvet::sim {
 
-using Clock = Timeline::Clock;
+using clock = task_timeline::clock;
 
 namespace {
 
@@ -27,20 +27,21 @@ constexpr std::size_t requests_kept = 1024;
 constexpr std::chrono::milliseconds no_time{0};
 
 // Bytes on their way out.
-struct Output {
-    Bytes bytes;
-    Pacing pacing;
+struct board_output {
+    byte_vector bytes;
+    output_pacing pacing;
     bool then_unplug = false;
 };
 
-Trailer trailer_of(const Request& request, const ReplyPlan& plan) {
+crc_trailer trailer_of(const board_request& request, const reply_plan& plan) {
     if (!plan.with_crc.value_or(request.with_crc))
-        return Trailer::none;
-    return plan.wrong_crc ? Trailer::wrong_crc : Trailer::crc;
+        return crc_trailer::none;
+    return plan.wrong_crc ? crc_trailer::wrong_crc : crc_trailer::crc;
 }
 
 // Turns the board's own answer into what leaves.
-void apply_plan(const ReplyPlan& plan, const Request& request, const Answer& answer, Output& output) {
+void apply_plan(const reply_plan& plan, const board_request& request, const board_answer& answer,
+                board_output& output) {
     output.pacing = plan.pacing;
     output.bytes = plan.stray_before;
     if (!plan.silent)
@@ -55,23 +56,21 @@ void apply_plan(const ReplyPlan& plan, const Request& request, const Answer& ans
 
 } // namespace
 
-ReplyPlan::~ReplyPlan() = default;
+board_link::~board_link() = default;
 
-Link::~Link() = default;
-
-class Board::Impl : public std::enable_shared_from_this<Impl> {
+class simulated_board::impl : public std::enable_shared_from_this<impl> {
   public:
-    explicit Impl(std::string serial_number) : model_(std::move(serial_number)) {}
+    explicit impl(std::string serial_number) : model_(std::move(serial_number)) {}
     void shut_down();
 
-    void attach_link(Link* link) { link_.replace(link); }
+    void attach_link(board_link* link) { link_.replace(link); }
     void from_host(const std::uint8_t* bytes, std::size_t count);
-    void send_event(const Event& event, const Pacing& pacing);
-    void send_raw(const Bytes& bytes, const Pacing& pacing);
-    void start_events(std::chrono::microseconds period, const Event& event);
+    void send_event(const board_event& event, const output_pacing& pacing);
+    void send_raw(const byte_vector& bytes, const output_pacing& pacing);
+    void start_events(std::chrono::microseconds period, const board_event& event);
     void stop_events();
     void unplug(std::chrono::milliseconds delay);
-    std::vector<Request> requests() const;
+    std::vector<board_request> requests() const;
 
     // Runs `use` on the state and gives what it gives.
     template <class Use>
@@ -81,65 +80,65 @@ class Board::Impl : public std::enable_shared_from_this<Impl> {
     }
 
     mutable std::mutex mutex_;
-    BoardModel model_;
-    std::deque<ReplyPlan> next_plans_;
-    ReplyPlan usual_plan_;
+    board_model model_;
+    std::deque<reply_plan> next_plans_;
+    reply_plan usual_plan_;
     std::size_t stray_bytes_ = 0;
 
   private:
-    void answer(const Request& request);
-    void compose_answer(const Request& request);
-    void keep(const Request& request);
-    void event_leaves(const Event& event, const Pacing& pacing);
-    void leave(const Output& output);
-    std::size_t send_up_to_gap(const Output& output, std::size_t from);
-    void leave_later(std::shared_ptr<const Output> output, std::size_t from, std::chrono::milliseconds wait);
+    void answer(const board_request& request);
+    void compose_answer(const board_request& request);
+    void keep(const board_request& request);
+    void event_leaves(const board_event& event, const output_pacing& pacing);
+    void leave(const board_output& output);
+    std::size_t send_up_to_gap(const board_output& output, std::size_t from);
+    void leave_later(std::shared_ptr<const board_output> output, std::size_t from, std::chrono::milliseconds wait);
     void pull_plug();
-    void schedule_tick(Clock::time_point due, std::chrono::microseconds period, std::shared_ptr<const Event> event,
-                       unsigned series);
+    void schedule_tick(clock::time_point due, std::chrono::microseconds period,
+                       std::shared_ptr<const board_event> event, unsigned series);
     bool begin_tick(unsigned series);
     bool end_tick(unsigned series);
 
     std::mutex order_;
-    RequestParser parser_; // with order_, as the two below, which keep their memory from one request to the next
-    Answer answer_;
-    Output output_;
+    request_parser parser_; // with order_, as the two below, which keep their memory from one request to the next
+    board_answer answer_;
+    board_output output_;
 
-    std::vector<Request> requests_; // with mutex_; a ring once full, `requests_seen_` modulo its size the oldest
+    std::vector<board_request> requests_; // with mutex_; a ring once full, `requests_seen_` modulo its size the oldest
     std::size_t requests_seen_ = 0;
 
     unsigned series_ = 0; // with mutex_; of periodic events: each start and stop makes a new one
     bool ticking_ = false;
     std::condition_variable tick_ended_;
 
-    Callee<Link*> link_;
-    Timeline timeline_;
+    shared_callee<board_link*> link_;
+    task_timeline timeline_;
 };
 
-void Board::Impl::shut_down() {
+void simulated_board::impl::shut_down() {
     attach_link(nullptr);
     timeline_.stop();
 }
 
-void Board::Impl::from_host(const std::uint8_t* bytes, std::size_t count) {
+void simulated_board::impl::from_host(const std::uint8_t* bytes, std::size_t count) {
     const std::lock_guard<std::mutex> order(order_);
-    while (const Request* request = parser_.next(bytes, count))
+    while (const board_request* request = parser_.next(bytes, count))
         answer(*request);
     const std::lock_guard<std::mutex> lock(mutex_);
     stray_bytes_ = parser_.stray_bytes();
 }
 
-void Board::Impl::answer(const Request& request) {
+void simulated_board::impl::answer(const board_request& request) {
     compose_answer(request);
     leave(output_);
 }
 
-void Board::Impl::compose_answer(const Request& request) {
+void simulated_board::impl::compose_answer(const board_request& request) {
     const std::lock_guard<std::mutex> lock(mutex_);
     stray_bytes_ = parser_.stray_bytes();
     keep(request);
     model_.execute(request, answer_);
-    const ReplyPlan& plan = next_plans_.empty() ? usual_plan_ : next_plans_.front();
+    const reply_plan& plan = next_plans_.empty() ? usual_plan_ : next_plans_.front();
     answer_.status = plan.status.value_or(answer_.status);
     model_.note_status(answer_.status);
     apply_plan(plan, request, answer_, output_);
@@ -147,7 +146,7 @@ void Board::Impl::compose_answer(const Request& request) {
         next_plans_.pop_front();
 }
 
-void Board::Impl::keep(const Request& request) {
+void simulated_board::impl::keep(const board_request& request) {
     if (requests_.size() < requests_kept)
         requests_.push_back(request);
     else
@@ -155,55 +154,55 @@ void Board::Impl::keep(const Request& request) {
     ++requests_seen_;
 }
 
-std::vector<Request> Board::Impl::requests() const {
+std::vector<board_request> simulated_board::impl::requests() const {
     const std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<Request> result = requests_;
+    std::vector<board_request> result = requests_;
     if (requests_seen_ > requests_kept)
         std::rotate(result.begin(), result.begin() + static_cast<std::ptrdiff_t>(requests_seen_ % requests_kept),
                     result.end());
     return result;
 }
 
-void Board::Impl::send_event(const Event& event, const Pacing& pacing) {
+void simulated_board::impl::send_event(const board_event& event, const output_pacing& pacing) {
     if (pacing.delay <= no_time)
         return event_leaves(event, pacing);
-    timeline_.run_at(Clock::now() + pacing.delay, [self = shared_from_this(), event, pacing] {
+    timeline_.run_at(clock::now() + pacing.delay, [self = shared_from_this(), event, pacing] {
         self->event_leaves(event, {no_time, pacing.fragment, pacing.gap});
     });
 }
 
 // The sequence byte is counted here, with order_ held, so that the events on the link are always in sequence.
-void Board::Impl::event_leaves(const Event& event, const Pacing& pacing) {
+void simulated_board::impl::event_leaves(const board_event& event, const output_pacing& pacing) {
     const std::lock_guard<std::mutex> order(order_);
     output_.bytes.clear();
     output_.pacing = pacing;
     output_.then_unplug = false;
-    append_event(output_.bytes, event, with_state([](Impl& board) { return board.model_.take_sequence(); }));
+    append_event(output_.bytes, event, with_state([](impl& board) { return board.model_.take_sequence(); }));
     leave(output_);
 }
 
-void Board::Impl::send_raw(const Bytes& bytes, const Pacing& pacing) {
+void simulated_board::impl::send_raw(const byte_vector& bytes, const output_pacing& pacing) {
     const std::lock_guard<std::mutex> order(order_);
     leave({bytes, pacing, false});
 }
 
 // With order_ held.
-void Board::Impl::leave(const Output& output) {
+void simulated_board::impl::leave(const board_output& output) {
     if (output.pacing.delay > no_time)
-        return leave_later(std::make_shared<const Output>(output), 0, output.pacing.delay);
+        return leave_later(std::make_shared<const board_output>(output), 0, output.pacing.delay);
     const std::size_t sent = send_up_to_gap(output, 0);
     if (sent < output.bytes.size())
-        leave_later(std::make_shared<const Output>(output), sent, output.pacing.gap);
+        leave_later(std::make_shared<const board_output>(output), sent, output.pacing.gap);
 }
 
 // Sends the bytes at `from` and after, up to the first gap or the end, and gives where that is. With order_ held.
-std::size_t Board::Impl::send_up_to_gap(const Output& output, std::size_t from) {
+std::size_t simulated_board::impl::send_up_to_gap(const board_output& output, std::size_t from) {
     const std::size_t size = output.bytes.size();
     const std::size_t piece = output.pacing.fragment == 0 ? size : output.pacing.fragment;
     bool at_gap = false;
     while (from < size && !at_gap) {
         const std::size_t count = std::min(piece, size - from);
-        link_.call([&](Link* link) { link->to_host(&output.bytes[from], count); });
+        link_.call([&](board_link* link) { link->to_host(&output.bytes[from], count); });
         from += count;
         at_gap = output.pacing.gap > no_time;
     }
@@ -212,8 +211,9 @@ std::size_t Board::Impl::send_up_to_gap(const Output& output, std::size_t from) 
     return from;
 }
 
-void Board::Impl::leave_later(std::shared_ptr<const Output> output, std::size_t from, std::chrono::milliseconds wait) {
-    timeline_.run_at(Clock::now() + wait, [self = shared_from_this(), output = std::move(output), from] {
+void simulated_board::impl::leave_later(std::shared_ptr<const board_output> output, std::size_t from,
+                                        std::chrono::milliseconds wait) {
+    timeline_.run_at(clock::now() + wait, [self = shared_from_this(), output = std::move(output), from] {
         const std::lock_guard<std::mutex> order(self->order_);
         const std::size_t sent = self->send_up_to_gap(*output, from);
         if (sent < output->bytes.size())
@@ -221,131 +221,131 @@ void Board::Impl::leave_later(std::shared_ptr<const Output> output, std::size_t 
     });
 }
 
-void Board::Impl::pull_plug() {
-    link_.call([](Link* link) { link->unplug(); });
+void simulated_board::impl::pull_plug() {
+    link_.call([](board_link* link) { link->unplug(); });
 }
 
-void Board::Impl::unplug(std::chrono::milliseconds delay) {
+void simulated_board::impl::unplug(std::chrono::milliseconds delay) {
     if (delay <= no_time)
         return pull_plug();
-    timeline_.run_at(Clock::now() + delay, [self = shared_from_this()] { self->pull_plug(); });
+    timeline_.run_at(clock::now() + delay, [self = shared_from_this()] { self->pull_plug(); });
 }
 
-void Board::Impl::start_events(std::chrono::microseconds period, const Event& event) {
+void simulated_board::impl::start_events(std::chrono::microseconds period, const board_event& event) {
     stop_events();
     if (period <= no_time)
         return;
-    const unsigned series = with_state([](Impl& board) { return ++board.series_; });
-    schedule_tick(Clock::now() + period, period, std::make_shared<const Event>(event), series);
+    const unsigned series = with_state([](impl& board) { return ++board.series_; });
+    schedule_tick(clock::now() + period, period, std::make_shared<const board_event>(event), series);
 }
 
-void Board::Impl::stop_events() {
+void simulated_board::impl::stop_events() {
     std::unique_lock<std::mutex> lock(mutex_);
     ++series_;
     if (!timeline_.on_own_thread())
         tick_ended_.wait(lock, [this] { return !ticking_; });
 }
 
-void Board::Impl::schedule_tick(Clock::time_point due, std::chrono::microseconds period,
-                                std::shared_ptr<const Event> event, unsigned series) {
+void simulated_board::impl::schedule_tick(clock::time_point due, std::chrono::microseconds period,
+                                          std::shared_ptr<const board_event> event, unsigned series) {
     timeline_.run_at(due, [self = shared_from_this(), due, period, event = std::move(event), series] {
         if (!self->begin_tick(series))
             return;
         self->event_leaves(*event, {});
         if (self->end_tick(series))
-            self->schedule_tick(std::max(due + period, Clock::now()), period, event, series);
+            self->schedule_tick(std::max(due + period, clock::now()), period, event, series);
     });
 }
 
-bool Board::Impl::begin_tick(unsigned series) {
+bool simulated_board::impl::begin_tick(unsigned series) {
     const std::lock_guard<std::mutex> lock(mutex_);
     ticking_ = series == series_;
     return ticking_;
 }
 
-bool Board::Impl::end_tick(unsigned series) {
+bool simulated_board::impl::end_tick(unsigned series) {
     const std::lock_guard<std::mutex> lock(mutex_);
     ticking_ = false;
     tick_ended_.notify_all(); // under the lock: whoever waits may destroy the board next
     return series == series_;
 }
 
-Board::Board(std::string serial_number) : impl_(std::make_shared<Impl>(std::move(serial_number))) {}
+simulated_board::simulated_board(std::string serial_number) : impl_(std::make_shared<impl>(std::move(serial_number))) {}
 
-Board::~Board() {
+simulated_board::~simulated_board() {
     impl_->shut_down();
 }
 
-void Board::attach_link(Link* link) {
+void simulated_board::attach_link(board_link* link) {
     impl_->attach_link(link);
 }
 
-void Board::from_host(const std::uint8_t* bytes, std::size_t count) {
+void simulated_board::from_host(const std::uint8_t* bytes, std::size_t count) {
     impl_->from_host(bytes, count);
 }
 
-void Board::plan_next(ReplyPlan plan) {
-    impl_->with_state([&](Impl& board) { board.next_plans_.push_back(std::move(plan)); });
+void simulated_board::plan_next(reply_plan plan) {
+    impl_->with_state([&](impl& board) { board.next_plans_.push_back(std::move(plan)); });
 }
 
-void Board::plan_all(ReplyPlan plan) {
-    impl_->with_state([&](Impl& board) { board.usual_plan_ = plan; });
+void simulated_board::plan_all(reply_plan plan) {
+    impl_->with_state([&](impl& board) { board.usual_plan_ = plan; });
 }
 
-void Board::send_event(const Event& event, const Pacing& pacing) {
+void simulated_board::send_event(const board_event& event, const output_pacing& pacing) {
     impl_->send_event(event, pacing);
 }
 
-void Board::lose_events(unsigned count) {
-    impl_->with_state([=](Impl& board) { board.model_.skip_sequences(count); });
+void simulated_board::lose_events(unsigned count) {
+    impl_->with_state([=](impl& board) { board.model_.skip_sequences(count); });
 }
 
-void Board::start_events(std::chrono::microseconds period, const Event& event) {
+void simulated_board::start_events(std::chrono::microseconds period, const board_event& event) {
     impl_->start_events(period, event);
 }
 
-void Board::stop_events() {
+void simulated_board::stop_events() {
     impl_->stop_events();
 }
 
-void Board::send_raw(const Bytes& bytes, const Pacing& pacing) {
+void simulated_board::send_raw(const byte_vector& bytes, const output_pacing& pacing) {
     impl_->send_raw(bytes, pacing);
 }
 
-void Board::unplug(std::chrono::milliseconds delay) {
+void simulated_board::unplug(std::chrono::milliseconds delay) {
     impl_->unplug(delay);
 }
 
-void Board::set_memory(std::size_t address, const Bytes& bytes) {
-    impl_->with_state([&](Impl& board) { board.model_.set_memory(address, bytes); });
+void simulated_board::set_memory(std::size_t address, const byte_vector& bytes) {
+    impl_->with_state([&](impl& board) { board.model_.set_memory(address, bytes); });
 }
 
-Bytes Board::memory(std::size_t address, std::size_t count) const {
-    return impl_->with_state([=](Impl& board) { return board.model_.memory(address, count); });
+byte_vector simulated_board::memory(std::size_t address, std::size_t count) const {
+    return impl_->with_state([=](impl& board) { return board.model_.memory(address, count); });
 }
 
-void Board::set_identifier(std::uint16_t identifier, const Bytes& bytes) {
-    impl_->with_state([&](Impl& board) { board.model_.set_identifier(identifier, bytes); });
+void simulated_board::set_identifier(std::uint16_t identifier, const byte_vector& bytes) {
+    impl_->with_state([&](impl& board) { board.model_.set_identifier(identifier, bytes); });
 }
 
-std::optional<Bytes> Board::identifier(std::uint16_t identifier) const {
-    return impl_->with_state([=](Impl& board) { return board.model_.identifier(identifier); });
+std::optional<byte_vector> simulated_board::identifier(std::uint16_t identifier) const {
+    return impl_->with_state([=](impl& board) { return board.model_.identifier(identifier); });
 }
 
-void Board::add_error(std::uint16_t status) {
-    impl_->with_state([=](Impl& board) { board.model_.add_error(status); });
+void simulated_board::add_error(std::uint16_t status) {
+    impl_->with_state([=](impl& board) { board.model_.add_error(status); });
 }
 
-std::uint8_t Board::mode() const {
-    return impl_->with_state([](Impl& board) { return board.model_.mode(); });
+std::uint8_t simulated_board::mode() const {
+    return impl_->with_state([](impl& board) { return board.model_.mode(); });
 }
 
-std::vector<Request> Board::requests() const {
+std::vector<board_request> simulated_board::requests() const {
     return impl_->requests();
 }
 
-std::size_t Board::stray_bytes() const {
-    return impl_->with_state([](Impl& board) { return board.stray_bytes_; });
+std::size_t simulated_board::stray_bytes() const {
+    return impl_->with_state([](impl& board) { return board.stray_bytes_; });
 }
 
 } // namespace jorvet::sim

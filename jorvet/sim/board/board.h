@@ -1,5 +1,5 @@
 // A simulated board: it takes request frames, keeps memory, identifiers, errors and a mode, answers with reply frames
-// and sends event frames, and misbehaves when told to. Of what it sits behind it knows class Link only.
+// and sends event frames, and misbehaves when told to. Of what it sits behind it knows `board_link` alone.
 //
 // What it does by itself:
 //
@@ -26,112 +26,69 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "jorvet/sim/export.h"
+#include "jorvet/base/export.h"
+#include "jorvet/sim/board/output.h"
+#include "jorvet/sim/board/request.h"
 
 namespace jorvet::sim {
 
-using Bytes = std::vector<std::uint8_t>;
-
-// A request frame as the board understood it.
-struct Request {
-    std::uint8_t command = 0;
-    std::uint8_t parameters[3] = {};
-    Bytes data;
-    bool with_crc = false;
-    bool crc_matches = true;
-};
-
-// How bytes leave: in pieces of `fragment` bytes (0: in one), at least `gap` apart, the first one `delay` from now.
-// What else is sent during a gap goes in between.
-struct Pacing {
-    std::chrono::milliseconds delay{0};
-    std::size_t fragment = 0;
-    std::chrono::milliseconds gap{0};
-};
-
-// How one answer departs from what the board would do by itself.
-struct JV_SIM_API ReplyPlan {
-    bool silent = false;                 // no answer; stray bytes leave all the same
-    std::optional<std::uint16_t> status; // this status word instead of the board's
-    std::optional<Bytes> data;           // these data instead of the board's
-    std::optional<bool> with_crc;        // instead of following the request
-    bool wrong_crc = false;              // the CRC, if there is one, has a wrong bit
-    Bytes stray_before, stray_after;     // bytes of no frame around the answer
-    Pacing pacing;
-    // The link is unplugged once so many bytes of the answer, stray ones not counted, have left; nothing of it leaves
-    // afterwards. Never, if the answer has fewer.
-    std::optional<std::size_t> unplug_after;
-
-    ~ReplyPlan(); // not inline: gcc warns of `data` in the callers, as if it were read uninitialized
-};
-
-// One event, without its sequence byte, which the board counts as the event leaves.
-struct Event {
-    std::uint8_t id = 1;
-    std::uint16_t status = 0xA000;
-    Bytes data;
-    bool with_crc = false;
-};
-
 // What the board sits behind. Called on the thread that the bytes leave on. A link may ask the board anything meanwhile
 // and pull the plug, but not make it send or feed it: the board's output waits until the call returns.
-class JV_SIM_API Link {
+class JV_SIM_API board_link {
   public:
-    virtual ~Link();
+    virtual ~board_link();
     virtual void to_host(const std::uint8_t* bytes, std::size_t count) = 0;
     virtual void unplug() = 0;
 };
 
-class JV_SIM_API Board {
+class JV_SIM_API simulated_board {
   public:
-    explicit Board(std::string serial_number = "JV-0001");
-    ~Board(); // ends delayed output and waits for its thread, unless it runs there
-    Board(const Board&) = delete;
-    Board& operator=(const Board&) = delete;
+    explicit simulated_board(std::string serial_number = "JV-0001");
+    ~simulated_board(); // ends delayed output and waits for its thread, unless it runs there
+    simulated_board(const simulated_board&) = delete;
+    simulated_board& operator=(const simulated_board&) = delete;
 
     // The link's side. `attach_link` returns once no call into the old link is under way on another thread.
-    void attach_link(Link* link);
+    void attach_link(board_link* link);
     void from_host(const std::uint8_t* bytes, std::size_t count); // any piece of the byte stream
 
     // How the coming answers go: `plan_next` queues a plan for one answer each; `plan_all` holds for every answer that
     // has none of its own.
-    void plan_next(ReplyPlan plan);
-    void plan_all(ReplyPlan plan);
+    void plan_next(reply_plan plan);
+    void plan_all(reply_plan plan);
 
     // Sends an event; `lose_events` lets so many sequence numbers pass unsent before the next one. `start_events` sends
     // `event` every `period`, in place of what was started before, until `stop_events`, which returns once none is
     // under way. An event that comes too late by a whole period is left out; a period of 0 starts nothing.
-    void send_event(const Event& event, const Pacing& pacing = {});
+    void send_event(const board_event& event, const output_pacing& pacing = {});
     void lose_events(unsigned count);
-    void start_events(std::chrono::microseconds period, const Event& event);
+    void start_events(std::chrono::microseconds period, const board_event& event);
     void stop_events();
     // Sends bytes as they are: garbage, half a frame, several frames in one piece.
-    void send_raw(const Bytes& bytes, const Pacing& pacing = {});
+    void send_raw(const byte_vector& bytes, const output_pacing& pacing = {});
     // Pulls the plug `delay` from now; at once, on the calling thread, with 0.
     void unplug(std::chrono::milliseconds delay = std::chrono::milliseconds{0});
 
     // The board's state. Memory is 65,536 bytes, all 0 at first; what reaches beyond its end is left out.
-    void set_memory(std::size_t address, const Bytes& bytes);
-    Bytes memory(std::size_t address, std::size_t count) const;
-    void set_identifier(std::uint16_t identifier, const Bytes& bytes); // 0x0001 holds "jorvet" at first
-    std::optional<Bytes> identifier(std::uint16_t identifier) const;
+    void set_memory(std::size_t address, const byte_vector& bytes);
+    byte_vector memory(std::size_t address, std::size_t count) const;
+    void set_identifier(std::uint16_t identifier, const byte_vector& bytes); // 0x0001 holds "jorvet" at first
+    std::optional<byte_vector> identifier(std::uint16_t identifier) const;
     void add_error(std::uint16_t status);
     std::uint8_t mode() const; // 2 at first
 
     // What has come so far: every request understood (the last 1,024 of them), and bytes that belonged to none.
-    std::vector<Request> requests() const;
+    std::vector<board_request> requests() const;
     std::size_t stray_bytes() const;
 
   private:
-    class Impl;
-    std::shared_ptr<Impl> impl_; // shared with delayed output, which may outlive the board by the step it is in
+    class impl;
+    std::shared_ptr<impl> impl_; // shared with delayed output, which may outlive the board by the step it is in
 };
 
 } // namespace jorvet::sim

@@ -7,21 +7,22 @@ namespace jorvet::sim {
 
 namespace {
 
-constexpr std::size_t most_data = 0xFFFF;
+constexpr std::size_t max_data = 0xFFFF;
 
-void append_word(Bytes& out, std::size_t word) {
+void append_word(byte_vector& out, std::size_t word) {
     out.push_back(static_cast<std::uint8_t>(word >> 8));
     out.push_back(static_cast<std::uint8_t>(word));
 }
 
 // What replies and events have in common behind their first fields; the frame begins at `begin`.
-void append_rest(Bytes& out, std::size_t begin, std::uint16_t status, const Bytes& data, Trailer trailer) {
-    const std::size_t length = std::min(data.size(), most_data);
+void append_rest(byte_vector& out, std::size_t begin, std::uint16_t status, const byte_vector& data,
+                 crc_trailer trailer) {
+    const std::size_t length = std::min(data.size(), max_data);
     append_word(out, status);
     append_word(out, length);
     out.insert(out.end(), data.data(), data.data() + length);
-    if (trailer != Trailer::none)
-        append_word(out, crc16(&out[begin], out.size() - begin) ^ (trailer == Trailer::wrong_crc ? 1u : 0u));
+    if (trailer != crc_trailer::none)
+        append_word(out, crc16(&out[begin], out.size() - begin) ^ (trailer == crc_trailer::wrong_crc ? 1u : 0u));
 }
 
 } // namespace
@@ -36,18 +37,18 @@ std::uint16_t crc16(const std::uint8_t* bytes, std::size_t count) {
     return static_cast<std::uint16_t>(crc);
 }
 
-void append_reply(Bytes& out, std::uint16_t status, const Bytes& data, Trailer trailer) {
+void append_reply(byte_vector& out, std::uint16_t status, const byte_vector& data, crc_trailer trailer) {
     const std::size_t begin = out.size();
-    out.push_back(trailer == Trailer::none ? 0x80 : 0x81);
+    out.push_back(trailer == crc_trailer::none ? 0x80 : 0x81);
     append_rest(out, begin, status, data, trailer);
 }
 
-void append_event(Bytes& out, const Event& event, std::uint8_t sequence) {
+void append_event(byte_vector& out, const board_event& event, std::uint8_t sequence) {
     const std::size_t begin = out.size();
     out.push_back(event.with_crc ? 0x41 : 0x40);
     out.push_back(event.id);
     out.push_back(sequence);
-    append_rest(out, begin, event.status, event.data, event.with_crc ? Trailer::crc : Trailer::none);
+    append_rest(out, begin, event.status, event.data, event.with_crc ? crc_trailer::crc : crc_trailer::none);
 }
 
 } // namespace jorvet::sim

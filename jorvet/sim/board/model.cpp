@@ -8,7 +8,7 @@ namespace jorvet::sim {
 namespace {
 
 constexpr std::size_t memory_size = 0x10000;
-constexpr std::size_t most_errors = 256;
+constexpr std::size_t max_errors = 256;
 constexpr std::uint8_t first_mode = 2;
 
 namespace status {
@@ -20,31 +20,31 @@ constexpr std::uint16_t wrong_crc = 0xB001;
 } // namespace status
 
 // Parameters 1 and 2: an address or an identifier.
-std::uint16_t first_word(const Request& request) {
+std::uint16_t first_word(const board_request& request) {
     return static_cast<std::uint16_t>(request.parameters[0] << 8 | request.parameters[1]);
 }
 
-void append_word(Bytes& data, std::uint16_t word) {
+void append_word(byte_vector& data, std::uint16_t word) {
     data.push_back(static_cast<std::uint8_t>(word >> 8));
     data.push_back(static_cast<std::uint8_t>(word));
 }
 
-Bytes ascii(const std::string& text) {
-    return Bytes(text.begin(), text.end());
+byte_vector ascii(const std::string& text) {
+    return byte_vector(text.begin(), text.end());
 }
 
 } // namespace
 
-BoardModel::BoardModel(std::string serial_number)
+board_model::board_model(std::string serial_number)
     : serial_number_(std::move(serial_number)), memory_(memory_size), identifiers_{{0x0001, ascii("jorvet")}},
       last_status_(status::success), mode_(first_mode) {}
 
-void BoardModel::execute(const Request& request, Answer& answer) {
+void board_model::execute(const board_request& request, board_answer& answer) {
     answer.data.clear();
     answer.status = request.crc_matches ? carry_out(request, answer.data) : status::wrong_crc;
 }
 
-std::uint16_t BoardModel::carry_out(const Request& request, Bytes& data) {
+std::uint16_t board_model::carry_out(const board_request& request, byte_vector& data) {
     switch (request.command) {
     case 0x10:
         return read_memory(request, data);
@@ -78,7 +78,7 @@ std::uint16_t BoardModel::carry_out(const Request& request, Bytes& data) {
     }
 }
 
-std::uint16_t BoardModel::read_memory(const Request& request, Bytes& data) const {
+std::uint16_t board_model::read_memory(const board_request& request, byte_vector& data) const {
     const std::size_t address = first_word(request);
     const std::size_t count = request.parameters[2];
     if (address + count > memory_size)
@@ -87,7 +87,7 @@ std::uint16_t BoardModel::read_memory(const Request& request, Bytes& data) const
     return status::success;
 }
 
-std::uint16_t BoardModel::write_memory(const Request& request) {
+std::uint16_t board_model::write_memory(const board_request& request) {
     const std::size_t address = first_word(request);
     if (address + request.data.size() > memory_size)
         return status::beyond_memory;
@@ -95,7 +95,7 @@ std::uint16_t BoardModel::write_memory(const Request& request) {
     return status::success;
 }
 
-std::uint16_t BoardModel::read_by_id(const Request& request, Bytes& data) const {
+std::uint16_t board_model::read_by_id(const board_request& request, byte_vector& data) const {
     const auto found = identifiers_.find(first_word(request));
     if (found == identifiers_.end())
         return status::unknown_identifier;
@@ -103,52 +103,52 @@ std::uint16_t BoardModel::read_by_id(const Request& request, Bytes& data) const 
     return status::success;
 }
 
-std::uint16_t BoardModel::exec_by_id(const Request& request, Bytes& data) const {
+std::uint16_t board_model::exec_by_id(const board_request& request, byte_vector& data) const {
     if (identifiers_.count(first_word(request)) == 0)
         return status::unknown_identifier;
     data.assign(request.data.rbegin(), request.data.rend());
     return status::success;
 }
 
-std::uint16_t BoardModel::read_error(Bytes& data) {
+std::uint16_t board_model::read_error(byte_vector& data) {
     for (const std::uint16_t error : errors_)
         append_word(data, error);
     errors_.clear();
     return status::success;
 }
 
-std::uint16_t BoardModel::reset() {
+std::uint16_t board_model::reset() {
     mode_ = first_mode;
     errors_.clear();
     sequence_ = 0;
     return status::success;
 }
 
-void BoardModel::note_status(std::uint16_t status) {
+void board_model::note_status(std::uint16_t status) {
     last_status_ = status;
     if (status != status::success)
         add_error(status);
 }
 
-void BoardModel::add_error(std::uint16_t status) {
+void board_model::add_error(std::uint16_t status) {
     errors_.push_front(status);
-    if (errors_.size() > most_errors)
+    if (errors_.size() > max_errors)
         errors_.pop_back();
 }
 
-void BoardModel::set_memory(std::size_t address, const Bytes& bytes) {
+void board_model::set_memory(std::size_t address, const byte_vector& bytes) {
     const std::size_t begin = std::min(address, memory_size);
     std::copy_n(bytes.data(), std::min(bytes.size(), memory_size - begin), memory_.data() + begin);
 }
 
-Bytes BoardModel::memory(std::size_t address, std::size_t count) const {
+byte_vector board_model::memory(std::size_t address, std::size_t count) const {
     const std::size_t begin = std::min(address, memory_size);
-    return Bytes(memory_.data() + begin, memory_.data() + begin + std::min(count, memory_size - begin));
+    return byte_vector(memory_.data() + begin, memory_.data() + begin + std::min(count, memory_size - begin));
 }
 
-std::optional<Bytes> BoardModel::identifier(std::uint16_t identifier) const {
+std::optional<byte_vector> board_model::identifier(std::uint16_t identifier) const {
     const auto found = identifiers_.find(identifier);
-    return found == identifiers_.end() ? std::nullopt : std::optional<Bytes>(found->second);
+    return found == identifiers_.end() ? std::nullopt : std::optional<byte_vector>(found->second);
 }
 
 } // namespace jorvet::sim

@@ -18,7 +18,7 @@ bool starts_request(std::uint8_t byte) {
 }
 
 // The trailer is not the CRC in two bytes: its first byte holds bits 4 to 11.
-bool trailer_matches(const Bytes& frame) {
+bool trailer_matches(const byte_vector& frame) {
     const std::size_t covered = frame.size() - 2;
     const unsigned crc = crc16(frame.data(), covered);
     return frame[covered] == ((crc >> 4) & 0xFF) && frame[covered + 1] == (crc & 0xFF);
@@ -26,7 +26,7 @@ bool trailer_matches(const Bytes& frame) {
 
 } // namespace
 
-const Request* RequestParser::next(const std::uint8_t*& bytes, std::size_t& count) {
+const board_request* request_parser::next(const std::uint8_t*& bytes, std::size_t& count) {
     while (count > 0) {
         std::size_t take = 1;
         if (frame_.empty() && !starts_request(*bytes)) {
@@ -46,14 +46,14 @@ const Request* RequestParser::next(const std::uint8_t*& bytes, std::size_t& coun
     return nullptr;
 }
 
-std::size_t RequestParser::frame_size() const {
+std::size_t request_parser::frame_size() const {
     if (frame_.size() < header_size)
         return header_size;
     const std::size_t data = static_cast<std::size_t>(frame_[5] << 8 | frame_[6]);
     return header_size + data + (frame_[0] == start_with_crc ? 2 : 0);
 }
 
-void RequestParser::decode() {
+void request_parser::decode() {
     request_.with_crc = frame_[0] == start_with_crc;
     request_.crc_matches = !request_.with_crc || trailer_matches(frame_);
     request_.command = frame_[1];

@@ -3,9 +3,9 @@
 
 namespace jorvet::sim {
 
-Plug::~Plug() = default;
+simulated_device::~simulated_device() = default;
 
-std::shared_ptr<Plug> Plug::successor() const {
+std::shared_ptr<simulated_device> simulated_device::successor() const {
     return nullptr;
 }
 

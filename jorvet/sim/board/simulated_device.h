@@ -6,21 +6,16 @@
 #include <memory>
 
 #include "jorvet/sim/board/board.h"
+#include "jorvet/sim/support/link_trace.h"
 
 namespace jorvet::sim {
 
-enum class Direction { to_board, to_host };
-
-// Sees the bytes that cross the link, on the thread that moves them, one call at a time per link. It may pull the plug
-// and look at things, but neither make the board send nor wait for a thread that does.
-using Trace = std::function<void(Direction direction, const std::uint8_t* bytes, std::size_t count)>;
-
-class JV_SIM_API Plug {
+class JV_SIM_API simulated_device {
   public:
-    virtual ~Plug();
+    virtual ~simulated_device();
 
-    virtual Board& board() = 0;
-    virtual void set_trace(Trace trace) = 0; // returns once no call of the trace before is under way
+    virtual simulated_board& board() = 0;
+    virtual void set_trace(trace_function trace) = 0; // returns once no call of the trace before is under way
 
     // Pulls the plug: the device leaves the bus, and every operation on it fails from now on. Harmless the second time.
     virtual void unplug() = 0;
@@ -32,7 +27,7 @@ class JV_SIM_API Plug {
     virtual void accept_writes() = 0;
 
     // The device that has taken this one's place on the bus; null while none has.
-    virtual std::shared_ptr<Plug> successor() const;
+    virtual std::shared_ptr<simulated_device> successor() const;
 };
 
 } // namespace jorvet::sim

@@ -2,21 +2,22 @@
 #pragma once
 
 #include <algorithm>
+#include <deque>
 
-#include "jorvet/sim/usb/endpoint.h"
+#include "jorvet/sim/support/bytes.h"
 
 namespace jorvet::sim {
 
-class BytePieces {
+class byte_pieces {
   public:
-    explicit BytePieces(std::size_t capacity) : capacity_(capacity) {}
+    explicit byte_pieces(std::size_t capacity) : capacity_(capacity) {}
 
     bool empty() const { return pieces_.empty(); }
     // What is left of the oldest piece.
-    Chunk front() const { return {pieces_.front().data() + taken_, pieces_.front().size() - taken_}; }
+    byte_view front() const { return {pieces_.front().data() + taken_, pieces_.front().size() - taken_}; }
 
     // Takes as many bytes as there is room for, as a piece, and gives their number.
-    std::size_t push(Chunk piece) {
+    std::size_t push(byte_view piece) {
         const std::size_t count = std::min(piece.count, capacity_ - size_);
         if (count > 0)
             pieces_.emplace_back(piece.bytes, piece.bytes + count);
@@ -40,9 +41,9 @@ class BytePieces {
 
   private:
     const std::size_t capacity_;
-    std::deque<Bytes> pieces_; // none is empty
-    std::size_t size_ = 0;     // of all that is left
-    std::size_t taken_ = 0;    // of the oldest piece
+    std::deque<byte_vector> pieces_; // none is empty
+    std::size_t size_ = 0;           // of all that is left
+    std::size_t taken_ = 0;          // of the oldest piece
 };
 
 } // namespace jorvet::sim

@@ -14,7 +14,7 @@ namespace jorvet::sim {
 // `Target` is a pointer of some kind, null for nobody; a copy of it keeps alive what it points to, as far as its kind
 // does.
 template <class Target>
-class Callee {
+class shared_callee {
   public:
     // Runs `use(target)` on this thread if there is a target.
     template <class Use>
@@ -23,7 +23,7 @@ class Callee {
         if (!target_)
             return;
         callers_.push_back(std::this_thread::get_id());
-        const Leaving leaving{*this};
+        const call_end leaving{*this};
         const Target target = target_; // gone again before the call counts as ended
         lock.unlock();
         use(target);
@@ -37,9 +37,9 @@ class Callee {
     }
 
   private:
-    struct Leaving {
-        Callee& callee;
-        ~Leaving() { callee.leave(); }
+    struct call_end {
+        shared_callee& callee;
+        ~call_end() { callee.leave(); }
     };
 
     bool only_called_by(std::thread::id thread) const {

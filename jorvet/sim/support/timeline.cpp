@@ -8,20 +8,20 @@
 
 namespace jorvet::sim {
 
-struct Timeline::State {
+struct task_timeline::shared_state {
     std::mutex mutex;
     std::condition_variable wake;
-    std::multimap<Clock::time_point, Task> tasks; // by due time
+    std::multimap<clock::time_point, task_function> tasks; // by due time
     bool stopped = false;
 };
 
-Timeline::Timeline() : state_(std::make_shared<State>()) {}
+task_timeline::task_timeline() : state_(std::make_shared<shared_state>()) {}
 
-Timeline::~Timeline() {
+task_timeline::~task_timeline() {
     stop();
 }
 
-void Timeline::run_at(Clock::time_point due, Task task) {
+void task_timeline::run_at(clock::time_point due, task_function task) {
     {
         const std::lock_guard<std::mutex> lock(state_->mutex);
         if (state_->stopped)
@@ -33,8 +33,9 @@ void Timeline::run_at(Clock::time_point due, Task task) {
     state_->wake.notify_one();
 }
 
-void Timeline::stop() {
-    std::multimap<Clock::time_point, Task> dropped; // destroyed without the lock: a task may own what owns the timeline
+void task_timeline::stop() {
+    std::multimap<clock::time_point, task_function>
+        dropped; // destroyed without the lock: a task may own what owns the timeline
     std::thread thread;
     {
         const std::lock_guard<std::mutex> lock(state_->mutex);
@@ -49,20 +50,20 @@ void Timeline::stop() {
         thread.join();
 }
 
-bool Timeline::on_own_thread() const {
+bool task_timeline::on_own_thread() const {
     const std::lock_guard<std::mutex> lock(state_->mutex);
     return thread_.get_id() == std::this_thread::get_id();
 }
 
-void Timeline::loop(State& state) {
+void task_timeline::loop(shared_state& state) {
     std::unique_lock<std::mutex> lock(state.mutex);
     while (!state.stopped) {
         if (state.tasks.empty()) {
             state.wake.wait(lock);
             continue;
         }
-        const Clock::time_point due = state.tasks.begin()->first;
-        if (Clock::now() < due) {
+        const clock::time_point due = state.tasks.begin()->first;
+        if (clock::now() < due) {
             state.wake.wait_until(lock, due);
             continue;
         }

@@ -9,30 +9,30 @@
 
 namespace jorvet::sim {
 
-class Timeline {
+class task_timeline {
   public:
-    using Clock = std::chrono::steady_clock;
-    using Task = std::function<void()>;
+    using clock = std::chrono::steady_clock;
+    using task_function = std::function<void()>;
 
-    Timeline();
-    ~Timeline(); // stops
-    Timeline(const Timeline&) = delete;
-    Timeline& operator=(const Timeline&) = delete;
+    task_timeline();
+    ~task_timeline(); // stops
+    task_timeline(const task_timeline&) = delete;
+    task_timeline& operator=(const task_timeline&) = delete;
 
     // Has the thread run `task` as soon as `due` has come; drops it after stop(). std::system_error when the thread
     // could not be had.
-    void run_at(Clock::time_point due, Task task);
+    void run_at(clock::time_point due, task_function task);
     // Drops the tasks that have not begun and waits for the one that runs. Called by a task, it does not wait: that
     // task ends by itself, and may outlive the timeline.
     void stop();
     bool on_own_thread() const;
 
   private:
-    struct State;
-    static void loop(State& state);
+    struct shared_state;
+    static void loop(shared_state& state);
 
-    const std::shared_ptr<State> state_; // the thread holds it too
-    std::thread thread_;                 // under the state's lock
+    const std::shared_ptr<shared_state> state_; // the thread holds it too
+    std::thread thread_;                        // under the state's lock
 };
 
 } // namespace jorvet::sim

@@ -7,14 +7,14 @@ namespace jorvet::sim {
 
 namespace {
 
-using platform::UsbSetup;
+using ports::usb_setup;
 
 constexpr std::uint8_t vendor_out = 0x40, vendor_in = 0xC0; // request types
 constexpr std::size_t block_size = 0x10000;
 constexpr std::size_t sector_size = 0x10000, page_size = 0x100; // of the SPI flash
 constexpr std::uint16_t eeproms = 8;
 
-std::uint32_t address_in(const UsbSetup& setup) {
+std::uint32_t address_in(const usb_setup& setup) {
     return std::uint32_t{setup.index} << 16 | setup.value;
 }
 
@@ -23,32 +23,32 @@ std::uint32_t cell(std::size_t select, std::size_t address) {
     return static_cast<std::uint32_t>(select * block_size + address);
 }
 
-std::optional<Bytes> done_if(bool done) {
-    return done ? std::optional<Bytes>(Bytes()) : std::nullopt;
+std::optional<byte_vector> done_if(bool done) {
+    return done ? std::optional<byte_vector>(byte_vector()) : std::nullopt;
 }
 
 } // namespace
 
 // ---- Memories ------------------------------------------------------------------------------------------------------
 
-std::uint8_t SparseMemory::get(std::uint32_t address) const {
+std::uint8_t sparse_memory::get(std::uint32_t address) const {
     const auto block = blocks_.find(address >> 16);
     return block == blocks_.end() ? untouched_ : block->second[address % block_size];
 }
 
-std::uint8_t& SparseMemory::at(std::uint32_t address) {
-    Bytes& block = blocks_.try_emplace(address >> 16, block_size, untouched_).first->second;
+std::uint8_t& sparse_memory::at(std::uint32_t address) {
+    byte_vector& block = blocks_.try_emplace(address >> 16, block_size, untouched_).first->second;
     return block[address % block_size];
 }
 
-Bytes SparseMemory::get(std::uint32_t address, std::size_t count) const {
-    Bytes bytes(count);
+byte_vector sparse_memory::get(std::uint32_t address, std::size_t count) const {
+    byte_vector bytes(count);
     for (std::uint8_t& byte : bytes)
         byte = get(address++);
     return bytes;
 }
 
-bool BootLoader::write_ram(std::uint32_t address, const Bytes& data) {
+bool fx3_boot_loader::write_ram(std::uint32_t address, const byte_vector& data) {
     for (const std::uint8_t byte : data)
         ram_.at(address++) = byte;
     if (data.empty())
@@ -56,7 +56,7 @@ bool BootLoader::write_ram(std::uint32_t address, const Bytes& data) {
     return true;
 }
 
-bool BootLoader::write_eeprom(const UsbSetup& setup, const Bytes& data) {
+bool fx3_boot_loader::write_eeprom(const usb_setup& setup, const byte_vector& data) {
     if (setup.value >= eeproms)
         return false;
     const std::size_t page = options_.eeprom_page;
@@ -68,19 +68,19 @@ bool BootLoader::write_eeprom(const UsbSetup& setup, const Bytes& data) {
     return true;
 }
 
-Bytes BootLoader::read_eeprom(const UsbSetup& setup) const {
-    Bytes bytes(setup.length);
+byte_vector fx3_boot_loader::read_eeprom(const usb_setup& setup) const {
+    byte_vector bytes(setup.length);
     for (std::size_t i = 0; i < bytes.size(); ++i)
         bytes[i] = eeproms_.get(cell(setup.value, (setup.index + i) % options_.eeprom_size));
     return bytes;
 }
 
 // Whether so many bytes from that page or sector on can be accessed now.
-bool BootLoader::spi_has(const UsbSetup& setup, std::size_t unit, std::size_t count) const {
+bool fx3_boot_loader::spi_has(const usb_setup& setup, std::size_t unit, std::size_t count) const {
     return busy_polls_ == 0 && setup.index * unit + count <= options_.spi_size;
 }
 
-bool BootLoader::program_spi(const UsbSetup& setup, const Bytes& data) {
+bool fx3_boot_loader::program_spi(const usb_setup& setup, const byte_vector& data) {
     if (setup.value != 0 || !spi_has(setup, page_size, data.size()))
         return false;
     auto address = static_cast<std::uint32_t>(setup.index * page_size);
@@ -89,7 +89,7 @@ bool BootLoader::program_spi(const UsbSetup& setup, const Bytes& data) {
     return true;
 }
 
-bool BootLoader::erase_spi(const UsbSetup& setup) {
+bool fx3_boot_loader::erase_spi(const usb_setup& setup) {
     if (setup.value != 1 || !spi_has(setup, sector_size, sector_size))
         return false;
     for (std::size_t i = 0; i < sector_size; ++i)
@@ -100,7 +100,7 @@ bool BootLoader::erase_spi(const UsbSetup& setup) {
     return true;
 }
 
-Bytes BootLoader::erase_status() {
+byte_vector fx3_boot_loader::erase_status() {
     const bool busy = busy_polls_ > 0;
     if (busy && busy_polls_ != for_ever)
         --busy_polls_;
@@ -109,9 +109,9 @@ Bytes BootLoader::erase_status() {
 
 // ---- Requests ------------------------------------------------------------------------------------------------------
 
-BootLoader::BootLoader(const BootLoaderOptions& options) : options_(options) {}
+fx3_boot_loader::fx3_boot_loader(const boot_loader_options& options) : options_(options) {}
 
-std::optional<Bytes> BootLoader::answer(const UsbSetup& setup, const Bytes& data_to_device) {
+std::optional<byte_vector> fx3_boot_loader::answer(const usb_setup& setup, const byte_vector& data_to_device) {
     const std::lock_guard lock(mutex_);
     if (setup.request_type != vendor_out && setup.request_type != vendor_in)
         return std::nullopt;
@@ -120,7 +120,7 @@ std::optional<Bytes> BootLoader::answer(const UsbSetup& setup, const Bytes& data
     return setup.request_type == vendor_out ? take(setup, data_to_device) : give(setup);
 }
 
-std::optional<Bytes> BootLoader::take(const UsbSetup& setup, const Bytes& data) {
+std::optional<byte_vector> fx3_boot_loader::take(const usb_setup& setup, const byte_vector& data) {
     switch (setup.request) {
     case 0xA0:
         return done_if(write_ram(address_in(setup), data));
@@ -135,7 +135,7 @@ std::optional<Bytes> BootLoader::take(const UsbSetup& setup, const Bytes& data) 
     }
 }
 
-std::optional<Bytes> BootLoader::give(const UsbSetup& setup) {
+std::optional<byte_vector> fx3_boot_loader::give(const usb_setup& setup) {
     const bool at_start = setup.value == 0;
     switch (setup.request) {
     case 0xA0:
@@ -155,14 +155,14 @@ std::optional<Bytes> BootLoader::give(const UsbSetup& setup) {
 
 // ---- Misbehaviour and a look inside --------------------------------------------------------------------------------
 
-bool BootLoader::fails() {
+bool fx3_boot_loader::fails() {
     if (fails_in_ == 0 || --fails_in_ > 0)
         return false;
     fails_in_ = fails_always_ ? 1 : 0;
     return true;
 }
 
-Bytes BootLoader::corrupted(Bytes read) {
+byte_vector fx3_boot_loader::corrupted(byte_vector read) {
     if (corrupt_reads_ == 0 || read.empty())
         return read;
     if (corrupt_reads_ != for_ever)
@@ -171,38 +171,38 @@ Bytes BootLoader::corrupted(Bytes read) {
     return read;
 }
 
-void BootLoader::fail(unsigned nth, bool always) {
+void fx3_boot_loader::fail(unsigned nth, bool always) {
     const std::lock_guard lock(mutex_);
     fails_in_ = nth;
     fails_always_ = always;
 }
 
-void BootLoader::corrupt_readback(unsigned reads) {
+void fx3_boot_loader::corrupt_readback(unsigned reads) {
     const std::lock_guard lock(mutex_);
     corrupt_reads_ = reads;
 }
 
-void BootLoader::never_end_erasing() {
+void fx3_boot_loader::never_end_erasing() {
     const std::lock_guard lock(mutex_);
     erases_for_ever_ = true;
 }
 
-Bytes BootLoader::ram(std::uint32_t address, std::size_t count) const {
+byte_vector fx3_boot_loader::ram(std::uint32_t address, std::size_t count) const {
     const std::lock_guard lock(mutex_);
     return ram_.get(address, count);
 }
 
-Bytes BootLoader::eeprom(unsigned select, std::uint16_t address, std::size_t count) const {
+byte_vector fx3_boot_loader::eeprom(unsigned select, std::uint16_t address, std::size_t count) const {
     const std::lock_guard lock(mutex_);
     return eeproms_.get(cell(select, address), count);
 }
 
-Bytes BootLoader::spi(std::uint32_t address, std::size_t count) const {
+byte_vector fx3_boot_loader::spi(std::uint32_t address, std::size_t count) const {
     const std::lock_guard lock(mutex_);
     return spi_.get(address, count);
 }
 
-std::vector<std::uint32_t> BootLoader::programs_started() const {
+std::vector<std::uint32_t> fx3_boot_loader::programs_started() const {
     const std::lock_guard lock(mutex_);
     return programs_;
 }

@@ -22,40 +22,40 @@
 #include <optional>
 #include <vector>
 
+#include "jorvet/base/export.h"
 #include "jorvet/ports/ports.h"
-#include "jorvet/sim/board/board.h"
-#include "jorvet/sim/export.h"
+#include "jorvet/sim/support/bytes.h"
 
 namespace jorvet::sim {
 
 // Bytes at 32-bit addresses; those never written have one value.
-class JV_SIM_API SparseMemory {
+class JV_SIM_API sparse_memory {
   public:
-    explicit SparseMemory(std::uint8_t untouched) : untouched_(untouched) {}
+    explicit sparse_memory(std::uint8_t untouched) : untouched_(untouched) {}
     std::uint8_t get(std::uint32_t address) const;
     std::uint8_t& at(std::uint32_t address);
-    Bytes get(std::uint32_t address, std::size_t count) const; // goes on at 0 behind the last address
+    byte_vector get(std::uint32_t address, std::size_t count) const; // goes on at 0 behind the last address
 
   private:
-    std::map<std::uint32_t, Bytes> blocks_; // by the high half of the address
+    std::map<std::uint32_t, byte_vector> blocks_; // by the high half of the address
     std::uint8_t untouched_;
 };
 
-struct BootLoaderOptions {
+struct boot_loader_options {
     std::size_t eeprom_size = 65536; // bytes of each; this and the next are powers of two
     std::size_t eeprom_page = 128;
     std::size_t spi_size = std::size_t{4} << 20;
     unsigned erase_polls = 3; // how often a flash says that it is still erasing
 };
 
-class JV_SIM_API BootLoader {
+class JV_SIM_API fx3_boot_loader {
   public:
     static constexpr unsigned for_ever = 0xFFFFFFFF;
 
-    explicit BootLoader(const BootLoaderOptions& options = {});
+    explicit fx3_boot_loader(const boot_loader_options& options = {});
 
-    // As ControlHandler: the data for the host, or nothing for a stall.
-    std::optional<Bytes> answer(const platform::UsbSetup& setup, const Bytes& data_to_device);
+    // As control_handler: the data for the host, or nothing for a stall.
+    std::optional<byte_vector> answer(const ports::usb_setup& setup, const byte_vector& data_to_device);
 
     // The nth vendor request from now (1: the next) is stalled, and all after it with `always`.
     void fail(unsigned nth, bool always = false);
@@ -64,29 +64,29 @@ class JV_SIM_API BootLoader {
     void never_end_erasing();
 
     // For a test to look at.
-    Bytes ram(std::uint32_t address, std::size_t count) const;
-    Bytes eeprom(unsigned select, std::uint16_t address, std::size_t count) const; // EEPROMs lie 64 KiB apart
-    Bytes spi(std::uint32_t address, std::size_t count) const;
+    byte_vector ram(std::uint32_t address, std::size_t count) const;
+    byte_vector eeprom(unsigned select, std::uint16_t address, std::size_t count) const; // EEPROMs lie 64 KiB apart
+    byte_vector spi(std::uint32_t address, std::size_t count) const;
     std::vector<std::uint32_t> programs_started() const; // where, in order
 
   private:
     bool fails();
-    std::optional<Bytes> take(const platform::UsbSetup& setup, const Bytes& data);
-    std::optional<Bytes> give(const platform::UsbSetup& setup);
-    bool write_ram(std::uint32_t address, const Bytes& data);
-    bool write_eeprom(const platform::UsbSetup& setup, const Bytes& data);
-    bool program_spi(const platform::UsbSetup& setup, const Bytes& data);
-    bool erase_spi(const platform::UsbSetup& setup);
-    Bytes read_eeprom(const platform::UsbSetup& setup) const;
-    Bytes erase_status();
-    bool spi_has(const platform::UsbSetup& setup, std::size_t unit, std::size_t count) const;
-    Bytes corrupted(Bytes read);
+    std::optional<byte_vector> take(const ports::usb_setup& setup, const byte_vector& data);
+    std::optional<byte_vector> give(const ports::usb_setup& setup);
+    bool write_ram(std::uint32_t address, const byte_vector& data);
+    bool write_eeprom(const ports::usb_setup& setup, const byte_vector& data);
+    bool program_spi(const ports::usb_setup& setup, const byte_vector& data);
+    bool erase_spi(const ports::usb_setup& setup);
+    byte_vector read_eeprom(const ports::usb_setup& setup) const;
+    byte_vector erase_status();
+    bool spi_has(const ports::usb_setup& setup, std::size_t unit, std::size_t count) const;
+    byte_vector corrupted(byte_vector read);
 
     mutable std::mutex mutex_;
-    const BootLoaderOptions options_;
-    SparseMemory ram_{0};
-    SparseMemory eeproms_{0xFF};
-    SparseMemory spi_{0xFF};
+    const boot_loader_options options_;
+    sparse_memory ram_{0};
+    sparse_memory eeproms_{0xFF};
+    sparse_memory spi_{0xFF};
     std::vector<std::uint32_t> programs_;
     unsigned busy_polls_ = 0; // of the erasing under way
     bool erases_for_ever_ = false;

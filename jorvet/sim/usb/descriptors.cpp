@@ -7,7 +7,7 @@
 
 namespace jorvet::sim {
 
-using platform::UsbSpeed;
+using ports::usb_speed;
 
 namespace {
 
@@ -15,7 +15,7 @@ constexpr std::uint8_t vendor_specific = 0xFF;
 constexpr std::uint8_t bus_powered = 0x80;
 constexpr std::uint8_t power_units = 50;
 
-struct SpeedFacts {
+struct speed_facts {
     std::uint16_t bcd_usb;
     std::uint8_t packet_size_0; // at SuperSpeed the exponent of 2
     std::uint16_t bulk, interrupt, isochronous;
@@ -23,35 +23,35 @@ struct SpeedFacts {
     std::uint8_t bulk_burst; // packets of a burst but one; only at SuperSpeed
 };
 
-const SpeedFacts& facts_of(UsbSpeed speed) {
-    static const SpeedFacts full{0x0110, 64, 64, 64, 1023, 1, 0};
-    static const SpeedFacts high{0x0200, 64, 512, 1024, 0x1400, 4, 0}; // isochronous: three packets of 1024
-    static const SpeedFacts super{0x0300, 9, 1024, 1024, 1024, 4, 15};
+const speed_facts& facts_of(usb_speed speed) {
+    static const speed_facts full{0x0110, 64, 64, 64, 1023, 1, 0};
+    static const speed_facts high{0x0200, 64, 512, 1024, 0x1400, 4, 0}; // isochronous: three packets of 1024
+    static const speed_facts super{0x0300, 9, 1024, 1024, 1024, 4, 15};
     switch (speed) {
-    case UsbSpeed::full:
+    case usb_speed::full:
         return full;
-    case UsbSpeed::high:
+    case usb_speed::high:
         return high;
-    case UsbSpeed::super:
+    case usb_speed::super:
         break;
     }
     return super;
 }
 
 // Descriptors behind one another. Each begins with its length and its type.
-class Builder {
+class descriptor_builder {
   public:
-    Builder& begin(std::uint8_t type) {
+    descriptor_builder& begin(std::uint8_t type) {
         start_ = bytes_.size();
         return u8(0).u8(type);
     }
-    Builder& u8(unsigned value) {
+    descriptor_builder& u8(unsigned value) {
         bytes_.push_back(static_cast<std::uint8_t>(value));
         return *this;
     }
-    Builder& u16(unsigned value) { return u8(value & 0xFF).u8(value >> 8 & 0xFF); }
-    Builder& u32(std::uint32_t value) { return u16(value & 0xFFFF).u16(value >> 16); }
-    Builder& text(const std::string& text, std::size_t size) {
+    descriptor_builder& u16(unsigned value) { return u8(value & 0xFF).u8(value >> 8 & 0xFF); }
+    descriptor_builder& u32(std::uint32_t value) { return u16(value & 0xFFFF).u16(value >> 16); }
+    descriptor_builder& text(const std::string& text, std::size_t size) {
         for (std::size_t i = 0; i < size; ++i)
             u8(i < text.size() ? static_cast<std::uint8_t>(text[i]) : 0u);
         return *this;
@@ -59,23 +59,23 @@ class Builder {
     void end() { bytes_[start_] = static_cast<std::uint8_t>(bytes_.size() - start_); }
     void count(std::size_t field) { ++bytes_[field]; }
     std::size_t size() const { return bytes_.size(); }
-    Bytes take() { return std::move(bytes_); }
+    byte_vector take() { return std::move(bytes_); }
     // Gives all, with the length of all in the third and fourth byte.
-    Bytes take_with_total() {
+    byte_vector take_with_total() {
         bytes_[usb::total_length] = static_cast<std::uint8_t>(bytes_.size());
         bytes_[usb::total_length + 1] = static_cast<std::uint8_t>(bytes_.size() >> 8);
         return take();
     }
 
   private:
-    Bytes bytes_;
+    byte_vector bytes_;
     std::size_t start_ = 0;
 };
 
-enum StringIndex : std::uint8_t { no_string, manufacturer_string, product_string, serial_number_string };
+enum string_index : std::uint8_t { no_string, manufacturer_string, product_string, serial_number_string };
 
-Bytes device_descriptor(const SpeedFacts& facts, std::uint16_t vendor_id, std::uint16_t product_id) {
-    Builder builder;
+byte_vector device_descriptor(const speed_facts& facts, std::uint16_t vendor_id, std::uint16_t product_id) {
+    descriptor_builder builder;
     builder.begin(usb::device_descriptor).u16(facts.bcd_usb).u8(0).u8(0).u8(0).u8(facts.packet_size_0);
     builder.u16(vendor_id).u16(product_id).u16(0x0100);
     builder.u8(manufacturer_string).u8(product_string).u8(serial_number_string).u8(1).end();
@@ -83,14 +83,14 @@ Bytes device_descriptor(const SpeedFacts& facts, std::uint16_t vendor_id, std::u
 }
 
 // The interface of the board in one alternate setting after the other.
-class SettingsBuilder {
+class settings_builder {
   public:
-    explicit SettingsBuilder(const SpeedFacts& facts) : facts_(facts) {
+    explicit settings_builder(const speed_facts& facts) : facts_(facts) {
         builder_.begin(usb::configuration_descriptor).u16(0).u8(1).u8(1).u8(no_string).u8(bus_powered);
         builder_.u8(power_units).end();
     }
 
-    SettingsBuilder& setting(std::uint8_t number) {
+    settings_builder& setting(std::uint8_t number) {
         endpoint_count_ = builder_.size() + usb::interface_endpoint_count;
         builder_.begin(usb::interface_descriptor).u8(0).u8(number).u8(0).u8(vendor_specific).u8(0).u8(0);
         builder_.u8(no_string).end();
@@ -98,20 +98,20 @@ class SettingsBuilder {
     }
 
     // A pair of endpoints, from the device and to it.
-    SettingsBuilder& pair(std::uint8_t in, std::uint8_t out, UsbEndpointKind kind, std::uint16_t packet_size,
-                          std::uint8_t burst) {
+    settings_builder& pair(std::uint8_t in, std::uint8_t out, endpoint_kind kind, std::uint16_t packet_size,
+                           std::uint8_t burst) {
         for (const std::uint8_t address : {in, out})
             endpoint(address, kind, packet_size, burst);
         return *this;
     }
 
-    SettingsBuilder& bulk_pair() { return pair(0x81, 0x02, UsbEndpointKind::bulk, facts_.bulk, facts_.bulk_burst); }
+    settings_builder& bulk_pair() { return pair(0x81, 0x02, endpoint_kind::bulk, facts_.bulk, facts_.bulk_burst); }
 
-    Bytes take() { return builder_.take_with_total(); }
+    byte_vector take() { return builder_.take_with_total(); }
 
   private:
-    void endpoint(std::uint8_t address, UsbEndpointKind kind, std::uint16_t packet_size, std::uint8_t burst) {
-        const bool periodic = kind != UsbEndpointKind::bulk;
+    void endpoint(std::uint8_t address, endpoint_kind kind, std::uint16_t packet_size, std::uint8_t burst) {
+        const bool periodic = kind != endpoint_kind::bulk;
         builder_.count(endpoint_count_);
         builder_.begin(usb::endpoint_descriptor).u8(address).u8(static_cast<std::uint8_t>(kind)).u16(packet_size);
         builder_.u8(periodic ? facts_.interval : 0u).end();
@@ -119,27 +119,27 @@ class SettingsBuilder {
             builder_.begin(usb::companion_descriptor).u8(burst).u8(0).u16(periodic ? packet_size : 0u).end();
     }
 
-    const SpeedFacts& facts_;
-    Builder builder_;
+    const speed_facts& facts_;
+    descriptor_builder builder_;
     std::size_t endpoint_count_ = 0; // where that of the setting stands
 };
 
-Bytes configuration_descriptor(const SpeedFacts& facts) {
-    SettingsBuilder builder(facts);
+byte_vector configuration_descriptor(const speed_facts& facts) {
+    settings_builder builder(facts);
     builder.setting(0).bulk_pair();
     builder.setting(1).bulk_pair();
-    builder.pair(0x83, 0x04, UsbEndpointKind::interrupt, facts.interrupt, 0);
-    builder.pair(0x85, 0x06, UsbEndpointKind::isochronous, facts.isochronous, 0);
+    builder.pair(0x83, 0x04, endpoint_kind::interrupt, facts.interrupt, 0);
+    builder.pair(0x85, 0x06, endpoint_kind::isochronous, facts.isochronous, 0);
     return builder.take();
 }
 
 // USB 2.0 extension (link power management), SuperSpeed capability (full speed and up; exit latencies 10 and 2047
 // microseconds) and container identifier, which is the beginning of the serial number.
-Bytes bos_descriptor(const std::string& serial_number) {
+byte_vector bos_descriptor(const std::string& serial_number) {
     constexpr std::size_t capability_count = 4;
-    Builder builder;
+    descriptor_builder builder;
     builder.begin(usb::bos_descriptor).u16(0).u8(0).end();
-    const auto begin = [&](std::uint8_t capability) -> Builder& {
+    const auto begin = [&](std::uint8_t capability) -> descriptor_builder& {
         builder.count(capability_count);
         return builder.begin(usb::capability_descriptor).u8(capability);
     };
@@ -151,16 +151,16 @@ Bytes bos_descriptor(const std::string& serial_number) {
 
 } // namespace
 
-UsbDescriptors board_descriptors(UsbSpeed speed, std::uint16_t vendor_id, std::uint16_t product_id,
-                                 const std::string& serial_number) {
-    const SpeedFacts& facts = facts_of(speed);
+usb_descriptors board_descriptors(usb_speed speed, std::uint16_t vendor_id, std::uint16_t product_id,
+                                  const std::string& serial_number) {
+    const speed_facts& facts = facts_of(speed);
     std::u16string serial;
     for (const char character : serial_number)
         serial += static_cast<unsigned char>(character);
-    UsbDescriptors result;
+    usb_descriptors result;
     result.device = device_descriptor(facts, vendor_id, product_id);
     result.configurations = {configuration_descriptor(facts)};
-    if (speed == UsbSpeed::super)
+    if (speed == usb_speed::super)
         result.bos = bos_descriptor(serial_number);
     result.languages = {{0x0407, {u"Jorvet", u"Simulierte USB-Karte", serial}},
                         {0x0409, {u"Jorvet", u"Simulated USB board", serial}}};

@@ -4,27 +4,27 @@
 #include <string>
 
 #include "jorvet/ports/ports.h"
-#include "jorvet/sim/board/board.h"
+#include "jorvet/sim/support/bytes.h"
 
 namespace jorvet::sim {
 
-struct UsbLanguage {
+struct usb_language {
     std::uint16_t id = 0;
     std::vector<std::u16string> texts; // of the string indices from 1 on; cut after 126 characters on the bus
 };
 
 // What a device answers requests for its descriptors with: each whole, as it is on the bus.
-struct UsbDescriptors {
-    Bytes device;
-    std::vector<Bytes> configurations;
-    Bytes bos; // empty: it has none
-    std::vector<UsbLanguage> languages;
+struct usb_descriptors {
+    byte_vector device;
+    std::vector<byte_vector> configurations;
+    byte_vector bos; // empty: it has none
+    std::vector<usb_language> languages;
 };
 
 // Those of a simulated board: one configuration, whose interface 0 has bulk endpoints 0x81 and 0x02 in alternate
 // setting 0, and with them interrupt endpoints 0x83 and 0x04 and isochronous endpoints 0x85 and 0x06 in setting 1.
 // Manufacturer, product and serial number are strings 1 to 3, in the languages 0x0407 and 0x0409.
-JV_SIM_API UsbDescriptors board_descriptors(platform::UsbSpeed speed, std::uint16_t vendor_id, std::uint16_t product_id,
-                                            const std::string& serial_number);
+JV_SIM_API usb_descriptors board_descriptors(ports::usb_speed speed, std::uint16_t vendor_id, std::uint16_t product_id,
+                                             const std::string& serial_number);
 
 } // namespace jorvet::sim

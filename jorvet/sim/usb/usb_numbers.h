@@ -6,11 +6,11 @@
 
 namespace jorvet::sim {
 
-enum class UsbEndpointKind : std::uint8_t { control, isochronous, bulk, interrupt }; // bits 1..0 of bmAttributes
+enum class endpoint_kind : std::uint8_t { control, isochronous, bulk, interrupt }; // bits 1..0 of bmAttributes
 
 namespace usb {
 
-enum DescriptorType : std::uint8_t {
+enum descriptor_type : std::uint8_t {
     device_descriptor = 0x01,
     configuration_descriptor = 0x02,
     string_descriptor = 0x03,
@@ -21,7 +21,7 @@ enum DescriptorType : std::uint8_t {
     companion_descriptor = 0x30
 };
 
-enum Capability : std::uint8_t { usb20_extension = 2, super_speed_capability = 3, container_id = 4 };
+enum capability : std::uint8_t { usb20_extension = 2, super_speed_capability = 3, container_id = 4 };
 
 // Places of fields in descriptors.
 constexpr std::size_t total_length = 2; // of a configuration and a BOS
@@ -31,7 +31,7 @@ constexpr std::size_t endpoint_address = 2, endpoint_attributes = 3, endpoint_pa
 constexpr std::size_t companion_burst = 2, companion_attributes = 3, companion_size = 6;
 
 // Standard requests: bmRequestType in the high byte, bRequest in the low one.
-enum StandardRequest : std::uint16_t {
+enum standard_request : std::uint16_t {
     get_device_status = 0x8000,
     get_interface_status = 0x8100,
     get_endpoint_status = 0x8200,

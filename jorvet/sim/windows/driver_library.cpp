@@ -1,14 +1,14 @@
 // Windows gives a program that asks for FTD2XX.dll the one that the process has loaded already, wherever that lies. So
 // the one in the folder `simulation` beside this DLL, which forwards to this DLL, is loaded first; programs that plug
 // nothing in get the real driver's.
-#include "jorvet/platform/drivers/driver_library.h"
+#include "jorvet/sim/windows/driver_library.h"
 
 #include <stdexcept>
 #include <string>
 
 #include "jorvet/system/win32.h"
 
-namespace jorvet::platform {
+namespace jorvet::sim {
 
 namespace {
 
@@ -29,4 +29,4 @@ void take_the_drivers_place() {
         throw std::runtime_error("there is no simulation\\FTD2XX.dll beside the simulation's DLL");
 }
 
-} // namespace jorvet::platform
+} // namespace jorvet::sim
