@@ -1,4 +1,4 @@
-// The nineteen C functions: each passes its arguments to one operation. Nothing thrown leaves them.
+// The C functions: each passes its arguments to one operation. No exception leaves them.
 #include "jorvet/api/jorvet_api.h"
 
 #include "jorvet/api/com_info_export.h"

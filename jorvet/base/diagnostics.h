@@ -6,13 +6,14 @@
 
 namespace jorvet::diagnostics {
 
-// Called with each whole text, on the thread that met the condition, with no lock of the library held.
+// Called with each whole text, on the thread that met the condition. The reply-queue warning comes in the middle of a
+// request, so the instance's request mutex is held then: a writer must not issue a request.
 using writer = void (*)(const std::string& text);
 
 // Installs `w` and returns the writer before it; null silences. Takes effect for the next text.
 writer set_writer(writer w);
 
-// Whether a text would reach anybody: ask before composing a long one.
+// Whether a writer is installed: ask before composing a long text.
 bool listening();
 
 // Hands `text` to the writer; does nothing while silent.

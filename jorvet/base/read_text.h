@@ -1,4 +1,4 @@
-// Reads numbers and bytes that a person wrote, by the same rules for the command line and for scripts. Throws
+// Reads numbers and bytes written by a person, by the same rules on the command line and in scripts. Throws
 // std::invalid_argument with a sentence about `text`. Any thread.
 #pragma once
 

@@ -1,4 +1,4 @@
-/* Every status code of the library, once: JV_STATUS_LIST gives code, name and a one-line text (what happened, what to
+/* Every status code of the library, once: JV_STATUS_LIST has its code, name and one-line text (what happened, what to
  * do). Constants, names and texts come from that list. C and C++; header only; nothing here blocks or allocates. */
 #ifndef JORVET_BASE_STATUS_H
 #define JORVET_BASE_STATUS_H
@@ -9,22 +9,22 @@
 #define JV_STATUS_LIST(X)                                                                                              \
     X(0x00000000, JV_OK, "success")                                                                                    \
     X(0x30100001, JV_ERR_NO_COM, "the instance has no link: create it with kind 0 (FTDI) or 1 (Cypress)")              \
-    X(0x30100002, JV_ERR_TIMEOUT_READ_MEMORY, "no reply to read-memory in time: check the board, or allow more time")  \
-    X(0x30100003, JV_ERR_TIMEOUT_READ_BY_ID, "no reply to read-by-id in time: check the board, or allow more time")    \
-    X(0x30100004, JV_ERR_TIMEOUT_READ_SN, "no reply to read-sn in time: check the board, or allow more time")          \
-    X(0x30100005, JV_ERR_TIMEOUT_READ_LAST_SW, "no reply to read-last-sw in time: check the board, or allow more time")\
-    X(0x30100006, JV_ERR_TIMEOUT_READ_ERROR, "no reply to read-error in time: check the board, or allow more time")    \
+    X(0x30100002, JV_ERR_TIMEOUT_READ_MEMORY, "no reply to read-memory in time: check the board and the cable")        \
+    X(0x30100003, JV_ERR_TIMEOUT_READ_BY_ID, "no reply to read-by-id in time: check the board and the cable")          \
+    X(0x30100004, JV_ERR_TIMEOUT_READ_SN, "no reply to read-sn in time: check the board and the cable")                \
+    X(0x30100005, JV_ERR_TIMEOUT_READ_LAST_SW, "no reply to read-last-sw in time: check the board and the cable")      \
+    X(0x30100006, JV_ERR_TIMEOUT_READ_ERROR, "no reply to read-error in time: check the board and the cable")          \
     X(0x30100007, JV_ERR_TIMEOUT_WRITE_MEMORY, "no reply to write-memory in time: the write may have been done")       \
     X(0x30100008, JV_ERR_TIMEOUT_WRITE_BY_ID, "no reply to write-by-id in time: the write may have been done")         \
     X(0x30100009, JV_ERR_TIMEOUT_EXEC_BY_ID, "no reply to exec-by-id in time: the command may have been run")          \
     X(0x3010000A, JV_ERR_TIMEOUT_RESET, "no reply to reset in time: the board may be restarting")                      \
-    X(0x3010000B, JV_ERR_TIMEOUT_SET_MODE, "no reply to set-mode in time: ask for the mode before going on")           \
-    X(0x3010000C, JV_ERR_TIMEOUT_GET_MODE, "no reply to get-mode in time: check the board, or allow more time")        \
+    X(0x3010000B, JV_ERR_TIMEOUT_SET_MODE, "no reply to set-mode in time: the mode may have changed")                  \
+    X(0x3010000C, JV_ERR_TIMEOUT_GET_MODE, "no reply to get-mode in time: check the board and the cable")              \
     X(0x3010000E, JV_ERR_REPLY_TIMEOUT, "no reply frame within the reply time-out")                                    \
     X(0x3010000F, JV_ERR_CONTEXT_LOSS, "the byte stream lost its frames and receiving stopped: disconnect and connect")\
     X(0x30100011, JV_ERR_NOT_SUPPORTED, "this link cannot be opened that way: open it by its place in the list")       \
     X(0x30100012, JV_ERR_EVENT_TIMEOUT, "no event frame within the event time-out")                                    \
-    X(0x30100013, JV_ERR_NO_RESOURCES, "memory, a thread or a kernel object could not be had: free some and try again")\
+    X(0x30100013, JV_ERR_NO_RESOURCES, "memory, a thread or a kernel object could not be allocated: try again")        \
     X(0x30101000, JV_ERR_COM_NOT_OPEN, "the link is not open: connect, or connect again after the device came back")   \
     X(0x30102002, JV_ERR_FTDI_SHORT_WRITE, "the bridge took only part of the request in time: check the board")        \
     X(0x3010203D, JV_ERR_FTDI_INVALID_HANDLE, "FT_INVALID_HANDLE: the bridge was closed meanwhile: connect again")     \

@@ -1,5 +1,5 @@
-// Making the platform fail on purpose, so that a test can sweep over every call that the library makes. Each function
-// behind the faces asks here first, by its own name. Costs one atomic load while nothing is armed. Any thread.
+// Makes the platform fail on purpose, so that a test can sweep over every call that the library makes. Each function
+// behind the faces first asks here by its own name. Costs one atomic load while nothing is armed. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -11,12 +11,12 @@
 namespace jorvet::compat::faults {
 
 // From now on the `nth` call (1 is the next) of `function` ("FT_Write", "CreateEventA", …; "FT_*" any function with
-// that beginning, counted together) fails with `error` (an FT_STATUS, or a last error) without doing anything; with
-// `from_then_on` all later ones too. One fault is armed at a time: arming replaces the one before and starts the count
-// anew.
+// that prefix, counted together) fails with `error` (an FT_STATUS, or a last error) without doing anything; with
+// `from_then_on` all later ones too. One fault is armed at a time: arming replaces the previous one and restarts the
+// count.
 JV_PLATFORM_API void fail(const std::string& function, unsigned nth, std::uint32_t error, bool from_then_on = false);
 
-// Ends it. `calls_seen` keeps its value.
+// Disarms the fault. `calls_seen` keeps its value.
 JV_PLATFORM_API void clear();
 
 // How many calls have matched since the fault was armed; a sweep ends when an armed `nth` is no longer reached.

@@ -1,6 +1,5 @@
-// Gives out handles for shared objects and finds them again. A value is not given out twice, so a handle that was
-// closed, or never opened, finds nothing; whoever found an object keeps it alive for as long as the call takes.
-// Any thread.
+// Hands out handles for shared objects and finds the objects again. A value is never reused, so a handle that was
+// closed, or never opened, finds nothing; a found object stays alive for as long as its finder holds it. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +15,7 @@ class handle_table {
     // Handles are `residue` modulo 4, so that those of one table mean nothing to a table with another residue.
     explicit handle_table(std::uintptr_t residue) : last_(residue) {}
 
-    // Takes `object` in and returns its handle, never null. Throws std::bad_alloc, the table unchanged.
+    // Adds `object` and returns its handle, never null. Throws std::bad_alloc, the table unchanged.
     void* add(std::shared_ptr<Object> object) {
         const std::lock_guard<std::mutex> lock(mutex_);
         do
@@ -43,7 +42,7 @@ class handle_table {
         return nullptr;
     }
 
-    // Closes a handle and returns what it stood for, or null when it was not open.
+    // Closes a handle and returns its object, or null when it was not open.
     std::shared_ptr<Object> remove(void* handle) {
         const std::lock_guard<std::mutex> lock(mutex_);
         const auto found = objects_.find(reinterpret_cast<std::uintptr_t>(handle));

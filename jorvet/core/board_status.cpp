@@ -1,4 +1,4 @@
-// The table of board status words. The codes follow the words' order but for 0x3003, which came last.
+// The table of board status words. The codes follow the order of the words, except that 0x3003 was added last.
 #include "jorvet/core/board_status.h"
 
 #include "jorvet/base/status.h"

@@ -5,7 +5,7 @@
 
 namespace jorvet::core {
 
-// Board status word to status code, 19 entries; a word that is not there counts as success.
+// Board status word to status code; a word that is not in the table counts as success.
 std::map<unsigned int, unsigned int> make_board_status_table();
 
 } // namespace jorvet::core

@@ -1,5 +1,5 @@
-// From the engine's view of a frame to the record that the queues hold: the one allocation of the record and the one
-// copy of its data.
+// Turns the engine's view of a frame into the record that the queues hold, with one allocation and one copy of the
+// data.
 #pragma once
 
 #include <boost/make_shared.hpp>

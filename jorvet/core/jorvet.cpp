@@ -1,4 +1,5 @@
-// The life of an instance: making, connecting, disconnecting, and the background thread. See the header for threads.
+// The life of an instance: construction, connecting, disconnecting, and the background thread. See the header for
+// threads.
 #include "jorvet/core/jorvet.h"
 
 #include <typeinfo>
@@ -27,7 +28,7 @@ const std::type_info& instance_type = typeid(CJorvet);
 
 namespace {
 
-constexpr unsigned char deaf_mode = 3; // in this mode the board's bytes mean nothing to us
+constexpr unsigned char deaf_mode = 3; // in this mode the board's bytes are ignored
 
 boost::shared_ptr<CAbstractCom> make_com(unsigned int kind) {
     if (kind == JV_KIND_FTDI)
@@ -44,7 +45,7 @@ CJorvet::CJorvet(unsigned int kind) : m_com_type(kind), m_com(make_com(m_com_typ
 CJorvet::~CJorvet() {
     try {
         disconnect();
-    } catch (...) { // nothing may leave a destructor, and nothing is left to be done
+    } catch (...) { // a destructor must not throw, and nothing remains to be done
     }
 }
 
@@ -147,7 +148,7 @@ bool CJorvet::crc_calc(IProtocol::REPLY_FRAME* frame) {
     return frame->crc == IProtocol::getCRC_CCITT(bytes);
 }
 
-// Runs on the background thread: makes the one record of each frame and queues it. Notifies after unlocking.
+// Runs on the background thread: makes the record of each frame and queues it. Notifies after unlocking.
 class CJorvet::receiver final : public jorvet::core::receive_sink {
   public:
     explicit receiver(CJorvet& instance) : jorvet_(instance) {}

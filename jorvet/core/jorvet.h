@@ -1,5 +1,5 @@
 // CJorvet: the instance through which an application talks to one board. It owns the link, the background thread that
-// receives, and the two queues of received frames. The C functions of jorvet/api/jorvet_api.h are thin wrappers of it.
+// receives, and the two queues of received frames. The C functions of jorvet/api/jorvet_api.h are thin wrappers around it.
 //
 // Statuses are the codes of jorvet/base/status.h, 0 for success. Threads: connect, disconnect and destruction must not
 // overlap any other call on the instance; everything else may run on any thread, several at once.
@@ -34,14 +34,15 @@ class JV_API CJorvet {
     CJorvet& operator=(const CJorvet&) = delete;
 
     // Opens the device at place `index` of the link's own list and starts receiving; a connected instance is
-    // disconnected first. JV_ERR_NO_COM without a link; otherwise what the link's load or open_by_index says (a device
+    // disconnected first. JV_ERR_NO_COM without a link; otherwise what the link's load or open_by_index returns (a device
     // that opened, but could not be configured, stays open: disconnect closes it). Throws boost::thread_resource_error
-    // when a thread or a kernel object cannot be had; the device stays open then, too.
+    // when a thread or a kernel object cannot be created; the device stays open then, too.
     unsigned int connect(unsigned char index);
-    // The same over a network: JV_ERR_NOT_SUPPORTED with every link of this library.
+    // The same over a network. A connected instance is disconnected first, even though the answer is
+    // JV_ERR_NOT_SUPPORTED with every link of this library.
     unsigned int connect(std::string& address, int port);
     // Closes the device, waits for the background thread and empties both queues; harmless when not connected. What the
-    // link's close says, or 0. JV_OK without a link. Blocks for at most about 0.1 s, plus the driver.
+    // link's close returns, or 0. JV_OK without a link. Blocks for at most about 0.1 s, plus the driver.
     unsigned int disconnect();
     // Whether the device is open; false without a link. Never blocks.
     bool is_open();
@@ -52,18 +53,18 @@ class JV_API CJorvet {
     // The link; empty without one.
     boost::shared_ptr<CAbstractCom> get_com();
 
-    // Bytes set aside by nobody: always empty, kept for programs that ask.
+    // Always empty: nothing sets bytes aside. Kept for programs that call it.
     std::vector<unsigned char> get_garbage();
     void purge_garbage();
 
-    // How long a wait for a frame lasts: at first 1,000 ms for a reply and 500 ms for an event. A wait under way goes
-    // by the new value when it begins anew.
+    // How long a wait for a frame lasts: initially 1,000 ms for a reply and 500 ms for an event. A wait in progress
+    // uses the new value when it starts again.
     void set_timeout_for_reply(unsigned short milliseconds);
     void set_timeout_for_event(unsigned short milliseconds);
     // Wait until a frame has been queued since the request was armed (a reply), or since the last such wait returned
     // (an event). 0; JV_ERR_REPLY_TIMEOUT or JV_ERR_EVENT_TIMEOUT; or JV_ERR_CONTEXT_LOSS when receiving stopped during
-    // the wait and a frame had come. The frame stays queued. A frame taken by another thread makes the full time start
-    // again.
+    // the wait and a frame had arrived. The frame stays queued. When another thread takes the frame first, the wait
+    // starts again with the full time.
     unsigned int wait_for_reply();
     unsigned int wait_for_event();
     // Take the newest frame; a default record (all 0) when there is none, never an empty pointer.
@@ -83,8 +84,8 @@ class JV_API CJorvet {
     // The body of the background thread; connect starts it.
     void m_bkgd_thread_loop();
 
-    // The eleven requests: each sends one frame, waits for a reply, and returns 0, JV_ERR_BOARD_…, its own
-    // JV_ERR_TIMEOUT_…, or what the link's write said. One runs at a time; see jorvet_api.h for the arguments.
+    // The requests: each sends one frame, waits for a reply, and returns 0, JV_ERR_BOARD_…, its own JV_ERR_TIMEOUT_…,
+    // or what the link's write returned. One runs at a time; see jorvet_api.h for the arguments.
     unsigned int rq_read_memory(unsigned char p1, unsigned char p2, unsigned char p3, bool with_crc);
     unsigned int rq_read_by_id(unsigned char p1, unsigned char p2, unsigned char p3, unsigned short* out_length,
                                unsigned char* out_data, bool with_crc);

@@ -15,15 +15,16 @@ std::size_t size_if_whole(View frame, std::size_t available) {
     return available >= View::header_size && available >= frame.size() ? frame.size() : 0;
 }
 
-// The size of the frame at `bytes`, or 0 when the `available` bytes do not hold all of it. A branch tells the two kinds
-// apart because it is predicted: the place of the length, computed from the start byte, would be waited for.
+// The size of the frame at `bytes`, or 0 when the `available` bytes do not hold all of it. A branch selects the place
+// of the length because the processor predicts it; a place computed from the start byte would delay the load of the
+// length.
 std::size_t size_if_whole(const unsigned char* bytes, std::size_t available) {
     if (is_event_start(*bytes))
         return size_if_whole(event_view(bytes), available);
     return size_if_whole(reply_view(bytes), available);
 }
 
-// Whether a complete frame counts when this byte stands behind it.
+// Whether a complete frame counts when this byte follows it.
 bool may_follow(unsigned char byte) {
     return byte == separator || is_board_start(byte);
 }
@@ -69,7 +70,7 @@ bool receive_engine::examine(std::size_t& i) {
 }
 
 // Takes the frame that starts at `i` and those that follow it directly, as long as they lie in the packet. Returns
-// where to go on. The state is brought up to date once, behind the loop.
+// where to continue. The state is updated once, after the loop.
 std::size_t receive_engine::take_frames(std::size_t i) {
     const unsigned char* const bytes = packet_.data();
     const std::size_t end = packet_.size();
@@ -109,7 +110,7 @@ void receive_engine::keep_partial(std::size_t i) {
     spanning_ = true;
 }
 
-// Takes what the packet has of the frame that began in an earlier one: its header first, which tells the size.
+// Takes the packet's part of the frame that began in an earlier one: first the header, which holds the size.
 void receive_engine::extend_frame(std::size_t& i) {
     const auto take_up_to = [&](std::size_t size) {
         const std::size_t count = std::min(size - partial_.size(), packet_.size() - i);
@@ -208,7 +209,7 @@ bool receive_engine::find_fresh_start(std::size_t& u) const {
 }
 
 // Makes the packet the one before. Of joined packets only what a later search can reach is kept, so that a stream that
-// loses its context in every packet does not pile up.
+// loses its context in every packet does not accumulate.
 void receive_engine::keep_packet() {
     const auto size = static_cast<std::ptrdiff_t>(packet_.size());
     if (run_start_ < size)

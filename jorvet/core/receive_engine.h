@@ -1,5 +1,5 @@
-// The receive engine: cuts the byte stream of the board into reply and event frames, and finds its way back when bytes
-// arrive that belong to no frame. It only thinks: no thread, lock, clock or transport. The background thread of an
+// The receive engine: cuts the byte stream of the board into reply and event frames, and recovers when bytes arrive
+// that belong to no frame. It is pure computation: no thread, lock, clock or transport. The background thread of an
 // instance feeds it; it reports to a sink.
 //
 // Input comes in packets, and a packet's end is input too: a frame that is complete at the end of a packet is handed
@@ -16,7 +16,7 @@
 
 namespace jorvet::core {
 
-// A whole frame as it lies in the received bytes; good for as long as the sink's call.
+// A whole frame as it lies in the received bytes; valid during the sink's call.
 template <std::size_t HeaderSize>
 class frame_view {
   public:
@@ -49,8 +49,8 @@ class event_view : public frame_view<protocol::event_header_size> {
     unsigned char seq() const { return frame_[protocol::event_seq]; }
 };
 
-// One context loss, for a report; valid during the sink's call. Indices count from the start of the packet, as far back
-// as it goes when the packet before was put in front of it.
+// One context loss, for a report; valid during the sink's call. Indices count from the start of the packet or, when the
+// packet before was put in front of it, from the start of the two joined.
 struct context_loss {
     struct run { // of bytes, [first, last), in `bytes`
         std::ptrdiff_t first, last;
@@ -67,14 +67,14 @@ struct context_loss {
     std::size_t forgotten = 0;
 };
 
-// Hears what the engine finds, in the order of the stream, during receive_engine::take.
+// Receives what the engine finds, in the order of the stream, during receive_engine::take.
 class receive_sink {
   public:
     virtual void reply(reply_view frame) = 0;
     // `lost`: how many events are missing between the one before and this one, by their sequence bytes.
     virtual void event(event_view frame, unsigned lost) = 0;
     virtual void context_lost(const context_loss& loss) = 0;
-    // Asked at each context loss: whether a report would reach anybody. Without one, losses are not described.
+    // Whether anybody reads reports. Asked at each context loss; without a reader the loss is not described.
     virtual bool wants_reports() const = 0;
 
   protected:
@@ -87,12 +87,12 @@ class receive_engine {
   public:
     explicit receive_engine(receive_sink& sink) : sink_(sink) {}
 
-    // Examines a packet, which it takes over (an empty one is a packet, too). False: the stream is lost and the engine
-    // has stopped; it takes nothing more.
+    // Examines one packet and keeps it; an empty one counts as a packet. False: the stream is lost and the engine has
+    // stopped; it ignores further packets.
     bool take(std::vector<unsigned char> packet);
 
   private:
-    // Each goes on at `i` and leaves there where to go on; false: the stream is lost.
+    // Each continues at index `i` and sets it to where the next one continues; false: the stream is lost.
     bool examine(std::size_t& i);
     std::size_t take_frames(std::size_t i);
     void keep_partial(std::size_t i);

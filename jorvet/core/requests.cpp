@@ -1,4 +1,4 @@
-// The eleven requests: one path, on the application's threads, one request at a time. What differs is in the calls
+// The requests: one path, on the application's threads, one request at a time. What differs is in the calls
 // below and in the table of jorvet/protocol/request_frame.h.
 #include <algorithm>
 

@@ -14,12 +14,12 @@ constexpr unsigned max_entries = 255;
 constexpr unsigned max_endpoints = 31;
 constexpr unsigned max_other_descriptors = 11; // among the endpoints of one entry
 
-// The descriptors that are still ahead of a walk.
+// The descriptors that a walk has not reached yet.
 struct descriptor_range {
     const BYTE* bytes;
     std::size_t size;
 
-    // Whether a whole descriptor stands at the beginning. The others may be asked only then.
+    // Whether a whole descriptor is at the beginning: the condition for calling the others.
     bool has_next() const { return size >= 2 && bytes[0] >= 2 && bytes[0] <= size; }
     BYTE length() const { return bytes[0]; }
     BYTE type() const { return bytes[1]; }
@@ -37,7 +37,7 @@ const BYTE* bytes_of(const Descriptor* descriptor) {
     return reinterpret_cast<const BYTE*>(descriptor);
 }
 
-// The companion behind the endpoint descriptor at the beginning of `range`, if there is one.
+// The companion after the endpoint descriptor at the beginning of `range`, if there is one.
 const USB_SS_ENDPOINT_COMPANION_DESCRIPTOR* companion_in(const descriptor_range& range) {
     const descriptor_range next = range.rest();
     const bool companion = next.has_next() && next.type() == descriptor_type::endpoint_companion;

@@ -2,11 +2,11 @@
 // interface entries (one for each alternate setting), endpoints; BOS, capability records. No thread, no I/O; a tree is
 // read and destroyed by one thread at a time.
 //
-// The trees are built by walks over the descriptor's bytes, which a device may have filled with anything. A walk tests
-// before it reads and never leaves its range. What does not fit (a descriptor without the two bytes of its own header,
-// one that goes past the end or is shorter than its record, more endpoints than an entry has slots, more than eleven
+// The trees are built by walks over the descriptor's bytes, whose content is up to the device. A walk checks lengths
+// before it reads and stays inside the bytes. Whatever does not fit (a descriptor without the two bytes of its own
+// header, one that extends past the end or is shorter than its record, more endpoints than an entry has slots, too many
 // other descriptors among the endpoints of an entry, the next interface before the promised endpoints) ends the walk of
-// that entry, or of the tree; what was whole before stays.
+// that entry, or of the tree; what was complete before is kept.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@
 #include "jorvet/cyusb/usb_descriptors.h"
 #include "jorvet/system/win32.h"
 
-// Whether a SuperSpeed companion behind an endpoint descriptor is part of the endpoint, or one more thing to pass over.
+// Whether a SuperSpeed companion after an endpoint descriptor becomes part of the endpoint or is skipped.
 enum class CCyCompanions { Ignored, Parsed };
 
 // One interface descriptor, which is one alternate setting.
@@ -73,7 +73,7 @@ class CCyUSBConfig {
     UCHAR AltInterfaceCount = 0; // entries built
 };
 
-// The capabilities of a USB 3.x device that the layer knows, in the order of the standard's fields.
+// The capabilities of a USB 3.x device that the layer reads, with the standard's fields in their order.
 class CCyBosUSB20Extesnion {
   public:
     CCyBosUSB20Extesnion() = default;
@@ -112,8 +112,8 @@ class CCyBosContainerID {
     UCHAR ContainerID[16] = {};
 };
 
-// The BOS descriptor; a capability that the device does not have, or not whole, is null. Of two with the same type the
-// later one counts.
+// The BOS descriptor. A capability is null when the device lacks it or sends it incomplete; the later of two of one
+// type counts.
 class CCyUSBBOS {
   public:
     CCyUSBBOS() = default;

@@ -1,5 +1,5 @@
-// The one road to the driver: every request of the layer goes through call_driver, every transfer request block is made
-// by make_block. Internal to cyusb/. No state; any thread.
+// The only way to the driver: every request of the layer goes through call_driver, and make_block makes every transfer
+// request block. Internal to cyusb/. No state; any thread.
 #pragma once
 
 #include <cstring>
@@ -19,7 +19,7 @@ struct driver_buffer {
 struct driver_answer {
     bool ok;
     DWORD error; // 0: completed; ERROR_IO_PENDING: `record` says when
-    DWORD bytes; // that came back; 0 unless ok
+    DWORD bytes; // returned by the driver; 0 unless ok
 };
 
 // Sends one request. With `record` it does not block. Leaves the thread's last error at 0 when the request has

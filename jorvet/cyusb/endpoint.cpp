@@ -12,7 +12,7 @@ using namespace jorvet::cyusb;
 namespace {
 
 constexpr DWORD abort_wait_ms = 50;
-constexpr std::size_t max_packets = 1u << 27; // keeps the block, table and data, below 4 GiB
+constexpr std::size_t max_packets = 1u << 27; // keeps the block, with table and data, below 4 GiB
 
 // Calls `action` with the endpoint as a pointer to its own class.
 template <class Action>
@@ -122,7 +122,7 @@ BYTE* CCyUSBEndPoint::Start(CCyXferMode mode, std::size_t packets, BYTE* buf, LO
 BYTE* CCyUSBEndPoint::Send(DWORD code, transfer_block block, driver_buffer output, OVERLAPPED* record) {
     const driver_answer answer = call_driver(DeviceHandle, code, block.buffer(), output, record);
     LastError = answer.error;
-    // While the request is pending the block is the driver's, which may write to it from another thread.
+    // While the request is pending the driver owns the block and may write to it from another thread.
     IsPending = answer.error == ERROR_IO_PENDING;
     UsbdStatus = IsPending ? 0 : block.header()->UsbdStatus;
     NtStatus = IsPending ? 0 : block.header()->NtStatus;
@@ -203,7 +203,7 @@ bool CCyUSBEndPoint::FinishDataXfer(BYTE* buf, LONG& len, OVERLAPPED* record, BY
     DWORD bytes = 0;
     bool ok = GetOverlappedResult(DeviceHandle, record, &bytes, FALSE) != FALSE;
     if (!ok && IsPending && GetLastError() == ERROR_IO_INCOMPLETE) {
-        Abort(); // freeing the block under the driver's hands would be worse than waiting
+        Abort(); // the driver may still write to the block, so it must not be freed before the transfer has ended
         ok = GetOverlappedResult(DeviceHandle, record, &bytes, TRUE) != FALSE;
     }
     const XferRequest& header = *transfer_block::header_of(block);
@@ -307,7 +307,7 @@ bool CCyUSBEndPoint::Reset() {
 
 bool CCyUSBEndPoint::Abort() {
     pending_record pending;
-    // Without an event of its own the request is sent so that it blocks.
+    // Without an event of its own the request is sent without a record, so that it blocks.
     OVERLAPPED* const record = pending.valid() ? pending.get() : nullptr;
     const driver_answer answer = call_driver(DeviceHandle, driver_request::abort_pipe, {&Address, 1}, {}, record);
     if (!answer.ok && answer.error == ERROR_IO_PENDING)

@@ -1,7 +1,7 @@
 // The endpoints of a USB device: what their descriptors say, and the transfers on them. No thread of its own.
 //
 // One transfer at a time per object; transfers on different objects may run on different threads at once, and Abort and
-// Reset may be called from any thread meanwhile. The statuses of the last transfer are plain members, read them on the
+// Reset may be called from any thread meanwhile. The statuses of the last transfer are plain members: read them on the
 // thread that ran it. An endpoint lives as long as the tree that it belongs to, and is destroyed by
 // jorvet::cyusb::destroy_endpoint or as its own class: there is no virtual destructor.
 #pragma once
@@ -46,17 +46,18 @@ class CCyUSBEndPoint {
     virtual BYTE* BeginDataXfer(BYTE* buf, LONG len, OVERLAPPED* record) = 0;
 
     // Takes the outcome of a transfer that has ended and frees `block`. `buf` and `len` as given to the start; `len`
-    // and `BytesXferred` become the bytes moved, never more than `len` was. `pktInfos`, if not null, has room for the
-    // packets of the transfer and receives them when bytes were moved. True when the driver and both statuses say so.
-    // A transfer that is still pending after all (which the caller should have aborted) is aborted and awaited here.
+    // and `BytesXferred` become the number of bytes moved, never more than `len` was. `pktInfos`, if not null, has room
+    // for the packets of the transfer and receives them when bytes were moved. True when the driver and both statuses
+    // report success. A transfer that is still pending (the caller should have aborted it) is aborted here and waited
+    // for.
     virtual bool FinishDataXfer(BYTE* buf, LONG& len, OVERLAPPED* record, BYTE* block, CCyIsoPktInfo* pktInfos);
 
     // After a start: waits for at most `milliseconds`. True when the transfer has ended, false when it has not (it
-    // stays pending: Abort it) or was not started. Judges by `LastError`, which the start has left.
+    // stays pending: Abort it) or was not started. Relies on `LastError` as the start left it.
     bool WaitForXfer(OVERLAPPED* record, DWORD milliseconds);
 
-    // The same judged by the thread's last error, waiting for `TimeOut` ms; then it aborts the transfer and waits until
-    // it has ended, which is true too.
+    // The same, relying on the thread's last error and waiting for `TimeOut` ms; a transfer that has not ended by then
+    // is aborted and waited for, which also returns true.
     bool WaitForIO(OVERLAPPED* record);
 
     // A whole transfer: start, WaitForIO, finish. True when all went well; `len` becomes the bytes moved.
@@ -73,7 +74,8 @@ class CCyUSBEndPoint {
     // `LastError` stays.
     bool Abort();
 
-    // The size in which the driver cuts transfers; 0, with `LastError` unless the handle is invalid, when it fails.
+    // The size of the pieces into which the driver divides transfers; 0, with `LastError` unless the handle is invalid,
+    // when it fails.
     ULONG GetXferSize();
     // Sets it, rounded up to whole packets; `LastError` when that fails.
     void SetXferSize(ULONG size);
@@ -113,7 +115,7 @@ class CCyUSBEndPoint {
     bool AbortAndWait(OVERLAPPED* record);
     bool ReadPackets(BYTE* buf, LONG& len);
 
-    bool IsPending = false; // the driver took the last start in; unlike LastError, no other thread changes it
+    bool IsPending = false; // the driver accepted the last start; unlike LastError, no other thread changes it
 };
 
 // Endpoint 0, and the endpoints of control kind. Every transfer is a request with the six fields below, through the
@@ -156,7 +158,8 @@ class CCyInterruptEndPoint final : public CCyUSBEndPoint {
     BYTE* BeginDataXfer(BYTE* buf, LONG len, OVERLAPPED* record) override;
 };
 
-// Cuts a transfer into packets of `MaxPktSize` bytes, the last one perhaps shorter, and has the driver tell of each.
+// Divides a transfer into packets of `MaxPktSize` bytes, the last one possibly shorter, and has the driver report on
+// each.
 class CCyIsocEndPoint final : public CCyUSBEndPoint {
   public:
     using CCyUSBEndPoint::CCyUSBEndPoint;
@@ -167,8 +170,8 @@ class CCyIsocEndPoint final : public CCyUSBEndPoint {
     BYTE* BeginBufferedXfer(BYTE* buf, LONG len, OVERLAPPED* record) override;
     BYTE* BeginDataXfer(BYTE* buf, LONG len, OVERLAPPED* record) override;
 
-    // Zeroed packet records for a transfer of `bufLen` bytes, for the caller to delete[], and their number in `count`.
-    // Null with `count` 0 when that is no packet, with `count` untouched when `MaxPktSize` is 0.
+    // Zeroed packet records for a transfer of `bufLen` bytes, which the caller deletes with delete[], and their number
+    // in `count`. Null with `count` 0 when there are no packets, or with `count` untouched when `MaxPktSize` is 0.
     CCyIsoPktInfo* CreatePktInfos(LONG bufLen, int& count);
 
   private:
@@ -177,13 +180,13 @@ class CCyIsocEndPoint final : public CCyUSBEndPoint {
 
 namespace jorvet::cyusb {
 
-// An endpoint as its class: the kind bits of `descriptor` name it. `companion` may be null, and is not for a control
-// endpoint. The caller owns it.
+// Makes an endpoint of the class that the kind bits of `descriptor` name. `companion` may be null, and is ignored for a
+// control endpoint. The caller owns it.
 CCyUSBEndPoint* new_endpoint(HANDLE device, const USB_ENDPOINT_DESCRIPTOR& descriptor,
                              const USB_SS_ENDPOINT_COMPANION_DESCRIPTOR* companion);
-// A copy, as the class that the endpoint has.
+// A copy, of the endpoint's own class.
 CCyUSBEndPoint* copy_endpoint(const CCyUSBEndPoint& endpoint);
-// Deletes an endpoint as the class that it has; null is ignored.
+// Deletes an endpoint as its own class; null is ignored.
 void destroy_endpoint(const CCyUSBEndPoint* endpoint);
 
 } // namespace jorvet::cyusb

@@ -34,10 +34,10 @@ class CCyFX3Device : public CCyUSBDevice {
 
     // Erases one sector and waits until the flash reports that it is done; false when that takes longer than 30 s.
     bool EraseSectorOfSPIFlash(ULONG sector, UCHAR opCode);
-    // Writes from the start of the page that contains the byte `address`. The sectors must have been erased.
+    // Writes from the start of the page that contains byte `address`. The sectors must have been erased.
     bool WriteToSPIFlash(UCHAR* buffer, ULONG length, ULONG address, UCHAR opCode);
 
-    // Write an image and return an FX3_STATUS. After a failure the medium holds what was written before it.
+    // Write an image and return an FX3_STATUS. After a failure the medium keeps what was written before it.
     //
     // Each piece written to RAM is read back and compared, in up to three attempts. Then the program is started; the
     // result of that request is ignored.

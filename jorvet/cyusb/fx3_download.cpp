@@ -20,29 +20,30 @@ constexpr std::chrono::milliseconds poll_pause{10}; // between the polls after t
 
 static_assert(ram_image::longest_piece == max_request);
 
-// ---- Places in a row of EEPROMs ------------------------------------------------------------------------------------
+// ---- Addresses in a row of EEPROMs
+// ------------------------------------------------------------------------------------
 
 constexpr unsigned blocks_of_64k = 7; // a size code: two such blocks in each EEPROM
 
-// The size code of an image, 0 where it gives none.
+// The size code of an image; 0 where it has none.
 unsigned size_code(image_bytes image) {
     const unsigned code = image.size < 3 ? 0 : image.data[2] >> 1 & 7;
     return code < 2 ? 0 : code;
 }
 
-// 2 is 4 KiB, each code above twice as much.
+// Code 2 is 4 KiB; each higher code doubles it.
 std::size_t block_size(unsigned code) {
     return std::size_t{4096} << (std::min(code, 6u) - 2);
 }
 
-// A place in the row of EEPROMs.
+// An address in the row of EEPROMs.
 struct i2c_place {
     USHORT select = 0; // which device, or block of it
     USHORT index = 0;  // the address in it
 
     ULONG address() const { return ULONG{index} << 16 | select; }
 
-    // Goes on behind a whole chunk, which ends at `offset` of the image.
+    // Advances past a whole chunk, which ends at `offset` of the image.
     void advance(unsigned code, std::size_t offset) {
         index = static_cast<USHORT>(index + max_request);
         if (offset % block_size(code) == 0) {
@@ -77,7 +78,7 @@ std::vector<UCHAR> read_image(const char* file_name) {
     if (file == nullptr || std::fseek(file.get(), 0, SEEK_END) != 0)
         return {};
     const long long length = std::ftell(file.get());
-    // A directory opens, too, and claims to be very long.
+    // A directory can be opened, too, and reports a huge length.
     if (length <= 0 || length > std::numeric_limits<ULONG>::max() || std::fseek(file.get(), 0, SEEK_SET) != 0)
         return {};
     std::vector<UCHAR> bytes(static_cast<std::size_t>(length));
@@ -154,7 +155,7 @@ FX3_STATUS fx3_download::to_i2c(image_bytes image, UCHAR op_code) const {
     if (rest > 0 && (packet == 0 || packet > max_request))
         return FX3_TRANSFER_FAILED;
     i2c_place place;
-    // In single transfers: the device would write the rest of a chunk of which only a part has moved over that part.
+    // In single transfers: if only a part of a chunk moved, the device would write the rest over that part.
     for (std::size_t offset = 0; offset < whole; place.advance(code, offset)) {
         if (!channel_.write_at_once(op_code, place.address(), image.data + offset, max_request))
             return FX3_TRANSFER_FAILED;

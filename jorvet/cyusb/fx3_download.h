@@ -22,13 +22,13 @@ struct image_bytes {
 // The bytes of a file; empty when it cannot be read, is empty, or is longer than 4 GiB.
 std::vector<UCHAR> read_image(const char* file_name);
 
-// Whether the image suits the medium: FX3_OK, or the status with which the download would refuse it or fail because of
+// Whether the image suits the medium: FX3_OK, or the status with which the download would refuse it, or fail because of
 // its bytes.
 FX3_STATUS check_image(FX3_FWDWNLOAD_MEDIA_TYPE medium, image_bytes image);
 
 struct fx3_download_options {
     enum phase { erasing, writing };
-    // Called after each step with the bytes of the image that are done, out of all; may be empty.
+    // Called after each step with the number of bytes of the image done so far and in all; may be empty.
     std::function<void(phase now, std::size_t done, std::size_t total)> progress;
     std::chrono::milliseconds erase_limit{30000}; // for one sector; a flash needs a few seconds at most
 };

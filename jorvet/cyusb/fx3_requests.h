@@ -1,11 +1,13 @@
 // The vendor requests of an FX3 controller's boot loader, and the sizes that go with them. No behaviour.
 #pragma once
 
+#include <cstddef>
+
 #include "jorvet/system/win32.h"
 
-inline constexpr ULONG CYWB_BL_MAX_BUFFER_SIZE_WHEN_USING_EP0_TRANSPORT =
-    2048;                                                     // bytes in a download's request, at most
-inline constexpr ULONG SPI_FLASH_SECTOR_SIZE_IN_BYTE = 65536; // what is erased at a time
+// The most bytes that one request of a download carries.
+inline constexpr ULONG CYWB_BL_MAX_BUFFER_SIZE_WHEN_USING_EP0_TRANSPORT = 2048;
+inline constexpr ULONG SPI_FLASH_SECTOR_SIZE_IN_BYTE = 65536; // erased at once
 inline constexpr ULONG SPI_FLASH_PAGE_SIZE_IN_BYTE = 256;     // the unit of SPI addresses
 
 // Where a download writes.
@@ -20,7 +22,7 @@ struct vendorCmdData {
     bool isRead;
 };
 
-// bRequest of the vendor requests.
+// bRequest values of the vendor requests.
 namespace jorvet::cyusb::fx3_request {
 inline constexpr UCHAR ram = 0xA0; // reads and writes memory; a write without data starts the program
 inline constexpr UCHAR i2c_write = 0xBA;

@@ -28,7 +28,7 @@ struct fx3_status_entry {
     const char* text; // for a person
 };
 
-// What is known about a download's result; a value that is none gives FX3_UNKNOWN.
+// Value, name and text of a download's result; FX3_UNKNOWN for a number that is none.
 inline fx3_status_entry fx3_status(int value) {
     static constexpr fx3_status_entry entries[] = {
 #define FX3_STATUS_ENTRY(value, name, text) {value, #name, text},

@@ -15,7 +15,7 @@ class pending_record {
     pending_record(const pending_record&) = delete;
     pending_record& operator=(const pending_record&) = delete;
 
-    // Whether the event could be had; the record is of no use otherwise, and the last error says why.
+    // Whether the event could be created; otherwise the record cannot be used, and the last error says why.
     bool valid() const { return record_.hEvent != nullptr; }
     OVERLAPPED* get() { return &record_; }
     HANDLE event() const { return record_.hEvent; }

@@ -37,7 +37,9 @@ inline constexpr std::uint8_t mask = 3;
 inline constexpr std::uint8_t direction_in = 0x80; // of bEndpointAddress and bmRequestType: to the host
 inline constexpr std::uint8_t get_descriptor = 6;  // bRequest
 
-// Whether a device with this bcdUSB runs at SuperSpeed.
+// Whether a device with this bcdUSB counts as a SuperSpeed one for the link and for the device list: both low bits of
+// the major number are set. CCyUSBDevice::IsUsb3, which decides about the BOS, compares the whole major number; the two
+// differ for numbers from 7 on, which no device has.
 constexpr bool is_usb3(std::uint16_t bcd_usb) {
     return (bcd_usb & 0x0300) == 0x0300;
 }

@@ -62,7 +62,7 @@ void CCyUSBDevice::RegisterHandle() {
     HandleNotification = RegisterDeviceNotificationA(NotifyWindow, &filter, DEVICE_NOTIFY_WINDOW_HANDLE);
 }
 
-// Returns the text to throw, null when all went well.
+// Returns the text to throw; null on success.
 const char* CCyUSBDevice::DropHandle() {
     if (!IsOpen())
         return nullptr;
@@ -93,7 +93,7 @@ void CCyUSBDevice::DestroyTrees() {
     DeviceDescriptor = {};
     delete[] std::exchange(BosDescriptor, nullptr);
     delete std::exchange(Bos, nullptr);
-    // ControlEndPt stands in the trees wherever an entry was current, or nowhere: take it out, destroy it here.
+    // ControlEndPt is in slot 0 of every entry that was current: take it out of the trees and destroy it here.
     for (int slot = 0; slot < 2; ++slot) {
         if (UsbConfigs[slot] != nullptr)
             forget_endpoint0(*UsbConfigs[slot], ControlEndPt);
@@ -279,7 +279,7 @@ UCHAR CCyUSBDevice::EndPointCount() const {
 
 namespace {
 
-// The slots of an entry that its endpoints may stand in, slot 0 included.
+// The slots of an entry that its endpoints may use, slot 0 included.
 std::size_t slots_of(const CCyUSBInterface& entry) {
     return std::min<std::size_t>(entry.bNumEndpoints + 1u, std::size(entry.EndPoints));
 }

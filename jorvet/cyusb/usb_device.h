@@ -1,10 +1,10 @@
 // One USB device bound to the Cypress USB driver: finding it by its device interface class, opening it by its place in
-// the list, its descriptors, and the endpoints of the selected interface entry. No thread, no lock: the caller keeps
-// Open, Close, SetConfig, SetAltIntfc and the destructor apart from each other and from transfers on the endpoints.
+// the list, its descriptors, and the endpoints of the selected interface entry. No thread, no lock: Open, Close,
+// SetConfig, SetAltIntfc and the destructor must not overlap each other or transfers on the endpoints.
 //
-// Requests block until the driver has answered. A failed one leaves the reason in `LastError`; with no device open none
-// is sent, and the operation fails. Three failures throw a text (const char*), which DestroyHandle, Close and
-// EndPointOf name; the destructor throws nothing.
+// Requests block until the driver has answered. A failed one leaves the reason in `LastError`; with no device open
+// nothing is sent and the operation fails. DestroyHandle, Close and EndPointOf throw a text (const char*) as stated
+// there; the destructor throws nothing.
 #pragma once
 
 #include <cstddef>
@@ -29,14 +29,14 @@ class CCyUSBDevice {
     CCyUSBDevice(const CCyUSBDevice&) = delete;
     CCyUSBDevice& operator=(const CCyUSBDevice&) = delete;
 
-    // How many devices of the class are there now, modulo 256.
+    // The number of devices of the class that are present, modulo 256.
     UCHAR DeviceCount();
-    // Has `window` told of arrivals and removals, in place of an earlier registration. False with `LastError`.
+    // Registers `window` for arrivals and removals, in place of an earlier registration. False with `LastError`.
     bool RegisterForPnpEvents(HWND window);
 
-    // Opens the device at place `index`, after closing the one that was open, reads all that the members below say and
-    // selects the first configuration. True when an interface entry is selected. False with `DeviceHandle` invalid: no
-    // such device, or it does not open. False with a valid handle: there is no usable configuration; requests and
+    // Opens the device at place `index`, after closing the one that was open, reads everything for the members below
+    // and selects the first configuration. True when an interface entry is selected. False with `DeviceHandle` invalid:
+    // no such device, or it does not open. False with a valid handle: there is no usable configuration; requests and
     // ControlEndPt work. Of more than two configurations the first two are read.
     bool Open(UCHAR index);
     // The first step of Open: finds the path and opens the handle. The device must be closed. False with the handle
@@ -45,7 +45,7 @@ class CCyUSBDevice {
     // Closes the handle and destroys descriptors, trees and endpoints; harmless when closed. Throws as DestroyHandle
     // does, and nothing is destroyed then.
     void Close();
-    // Drops the registration of the handle and closes it. Throws "Failed to close the handle notification handle." or
+    // Ends the registration of the handle and closes it. Throws "Failed to close the handle notification handle." or
     // "Failed to close handle to driver." with `LastError`; the handle stays.
     void DestroyHandle();
     // One request with `length` bytes at `buffer` as input and output. True when it succeeded and all of them came
@@ -62,8 +62,8 @@ class CCyUSBDevice {
     void SetAltIntfcParams(UCHAR alternate);
     // The alternate setting that the device reports; 0xFF when it does not.
     UCHAR AltIntfc();
-    // Numbers of the open device: configurations, interfaces, alternate settings of the current interface besides the
-    // first, endpoints of the current entry with endpoint 0. 0 when there is nothing to count.
+    // Counts of the open device: configurations, interfaces, alternate settings of the current interface besides the
+    // first, endpoints of the current entry including endpoint 0. 0 when there is nothing to count.
     UCHAR ConfigCount() const;
     UCHAR IntfcCount() const;
     UCHAR AltIntfcCount() const;
@@ -78,8 +78,8 @@ class CCyUSBDevice {
     // that was not read. It outlives Close, though the handle in its endpoints does not.
     CCyUSBConfig GetUSBConfig(int index) const;
 
-    // Copies of descriptors that were read; zeros where there is none. The BOS ones are there for USB 3.x devices only:
-    // false, and nothing written, where the device or the capability has none.
+    // Copies of the descriptors read; zeros where there is none. Those of the BOS exist for USB 3.x devices only:
+    // false, and nothing written, when there is no such descriptor.
     void GetDeviceDescriptor(USB_DEVICE_DESCRIPTOR* descriptor) const;
     void GetConfigDescriptor(USB_CONFIGURATION_DESCRIPTOR* descriptor) const;
     void GetIntfcDescriptor(USB_INTERFACE_DESCRIPTOR* descriptor) const;
@@ -88,8 +88,8 @@ class CCyUSBDevice {
     bool GetBosContainedIDDescriptor(USB_BOS_CONTAINER_ID* descriptor) const;
     bool GetBosSSCapabilityDescriptor(USB_BOS_SS_DEVICE_CAPABILITY* descriptor) const;
 
-    // The single reads of Open. Each fills the members that it is about and leaves them zero or, where
-    // `ConfigDescriptors`, `BosDescriptor`, `LanguageId` and strings are concerned, as they were when it fails.
+    // The single reads of Open. Each fills its members. When it fails they are zero, except that `ConfigDescriptors`,
+    // `BosDescriptor`, `LanguageId` and strings stay as they were.
     void GetDevDescriptor();
     void SetStringDescrLanguage();
     void GetString(WCHAR* target, UCHAR index); // `target` has 256 characters
@@ -102,15 +102,15 @@ class CCyUSBDevice {
     void GetUSBDIVer();
     void GetSpeed();
 
-    UCHAR PowerState(); // as the driver says it, 4 suspended; 0 when it does not
+    UCHAR PowerState(); // as the driver reports it, 4 suspended; 0 when it does not
     // True when the device is in that state already, when the driver answers in full, or when it leaves the value in
     // the request; also while no device is open.
     bool Suspend();
     bool Resume();
-    bool Reset();     // the port that the device hangs on
+    bool Reset();     // the port that the device is attached to
     bool ReConnect(); // cycles that port: the device enumerates anew
 
-    // A line of text for a USB bus status word, at most 60 bytes with its end.
+    // A line of text for a USB bus status word, at most 60 bytes with the terminating zero.
     static void UsbdStatusString(ULONG status, char* text);
 
     CCyUSBInterface* CurrentInterface = nullptr; // the trees own it, and all endpoints but ControlEndPt
@@ -119,7 +119,7 @@ class CCyUSBDevice {
     CCyIsocEndPoint* IsocOutEndPt = nullptr;
     CCyBulkEndPoint* BulkInEndPt = nullptr;
     CCyBulkEndPoint* BulkOutEndPt = nullptr;
-    CCyControlEndPoint* ControlEndPt = nullptr; // stands in slot 0 of the entries that were current; Close destroys it
+    CCyControlEndPoint* ControlEndPt = nullptr; // in slot 0 of the entries that were current; Close destroys it
     CCyInterruptEndPoint* InterruptInEndPt = nullptr;
     CCyInterruptEndPoint* InterruptOutEndPt = nullptr;
     USHORT LanguageId = 0;
@@ -128,7 +128,7 @@ class CCyUSBDevice {
     ULONG NtStatus = 0;
     ULONG DriverVersion = 0;
     ULONG UsbdiVersion = 0;
-    char DeviceName[jorvet::cyusb::name_size] = {};   // as the driver fills it: perhaps without a zero at the end
+    char DeviceName[jorvet::cyusb::name_size] = {};   // as the driver fills it: possibly not zero-terminated
     char FriendlyName[jorvet::cyusb::name_size] = {}; // likewise
     WCHAR Manufacturer[256] = {};
     WCHAR Product[256] = {};
@@ -179,6 +179,7 @@ class CCyUSBDevice {
     CCyUSBDevice(HWND window, const GUID& guid);
 
     bool IsOpen() const { return DeviceHandle != INVALID_HANDLE_VALUE; }
+    // Whether the device has a BOS to read. See jorvet::cyusb::is_usb3 for why the two differ.
     bool IsUsb3() const { return BcdUsb >> 8 == 3; }
 
     void Enumerate();

@@ -25,8 +25,8 @@ USHORT number_at(const UCHAR* bytes) {
     return static_cast<USHORT>(bytes[0] | bytes[1] << 8);
 }
 
-// Puts a whole descriptor whose length stands in bytes 2 and 3 in the place of the one before. That length never claims
-// more than the buffer has.
+// Replaces the descriptor in `slot` with another, whose length is in bytes 2 and 3. That length is reduced to what the
+// buffer holds.
 void store(UCHAR*& slot, std::unique_ptr<UCHAR[]> bytes, std::size_t size) {
     const std::size_t claimed = std::min<std::size_t>(number_at(&bytes[2]), size);
     bytes[2] = static_cast<UCHAR>(claimed & 0xFF);
@@ -37,8 +37,8 @@ void store(UCHAR*& slot, std::unique_ptr<UCHAR[]> bytes, std::size_t size) {
 
 } // namespace
 
-// One GET_DESCRIPTOR of exactly `length` bytes into `target`; false, and nothing there, when it fails or brings another
-// number of bytes. The two statuses become those of the request either way.
+// One GET_DESCRIPTOR of exactly `length` bytes into `target`; false, with `target` untouched, when it fails or returns
+// another number of bytes. The two statuses become those of the request either way.
 bool CCyUSBDevice::ReadDescriptor(USHORT value, USHORT index, UCHAR* target, std::size_t length) {
     if (!IsOpen())
         return false;
@@ -59,8 +59,8 @@ bool CCyUSBDevice::ReadDescriptor(USHORT value, USHORT index, UCHAR* target, std
     return read;
 }
 
-// Reads a descriptor's header to learn its length, then all of it. The second reply may name another length than the
-// first: `size` is the number of bytes that are there.
+// Reads a descriptor's header to learn its length, then all of it. The second reply may state another length than the
+// first: `size` is the number of bytes read.
 CCyUSBDevice::whole_descriptor CCyUSBDevice::ReadWholeDescriptor(USHORT value, USHORT index,
                                                                  std::size_t header_length) {
     UCHAR header[sizeof(USB_CONFIGURATION_DESCRIPTOR)] = {};
@@ -89,7 +89,7 @@ void CCyUSBDevice::GetDevDescriptor() {
     DeviceProtocol = read.bDeviceProtocol;
     BcdDevice = read.bcdDevice;
     ConfigTotal = read.bNumConfigurations;
-    // From USB 3.0 on the field is an exponent; one that no 32-bit size can follow counts as the largest that does.
+    // From USB 3.0 on the field is an exponent; one too large for a 32-bit size counts as the largest that fits.
     MaxPacketSize = BcdUsb >> 8 < 3 ? read.bMaxPacketSize0 : LONG{1} << std::min<int>(read.bMaxPacketSize0, 30);
 }
 

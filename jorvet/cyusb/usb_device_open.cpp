@@ -10,7 +10,7 @@ namespace {
 
 constexpr unsigned max_failures = 256; // members that cannot be read before an enumeration is given up
 
-// The interfaces of a class that are present, while it lives.
+// The interfaces of a class that are present; released with the object.
 class present_devices {
   public:
     explicit present_devices(const GUID& guid)
@@ -147,5 +147,5 @@ void CCyUSBDevice::CreateControlEndPoint() {
     const auto packet_size = static_cast<USHORT>(MaxPacketSize & 0xFFFF);
     const USB_ENDPOINT_DESCRIPTOR endpoint0{7, jorvet::cyusb::descriptor_type::endpoint, 0, 0, packet_size, 0};
     ControlEndPt = new CCyControlEndPoint(DeviceHandle, &endpoint0);
-    ControlEndPt->MaxPktSize = packet_size; // whole, where an endpoint descriptor has other things in the upper bits
+    ControlEndPt->MaxPktSize = packet_size; // all 16 bits: endpoint descriptors use the upper ones for other things
 }

@@ -18,7 +18,7 @@ UCHAR* to_send(const UCHAR* data) {
 
 } // namespace
 
-// One transfer; `length` becomes the bytes moved. False as XferData, or without a device.
+// One transfer; `length` becomes the bytes moved. False when XferData fails, or without a device.
 bool vendor_channel::transfer(UCHAR op_code, ULONG address, CCyDirection direction, UCHAR* buffer, LONG& length) const {
     if (endpoint_ == nullptr)
         return false;

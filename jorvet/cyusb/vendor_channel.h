@@ -26,7 +26,7 @@ class vendor_channel {
     // One transfer of `size` bytes, at most 65,535. A write fails unless all of them moved; a read succeeds with fewer.
     bool write_at_once(UCHAR op_code, ULONG address, const UCHAR* data, std::size_t size) const;
     bool read_at_once(UCHAR op_code, ULONG address, UCHAR* data, std::size_t size) const;
-    // `size` bytes in as many transfers with the same address as it takes: at most 65,535 bytes each, fewer where the
+    // `size` bytes in as many transfers to the same address as needed: at most 65,535 bytes each, fewer where the
     // device moves fewer. False when a transfer fails or moves nothing. A read that fails has filled `data` with the
     // bytes of the transfers before.
     bool write(UCHAR op_code, ULONG address, const UCHAR* data, std::size_t size) const;

@@ -16,8 +16,8 @@ namespace jorvet::ports {
 // How a port answers. The drivers translate it into their own status.
 enum class port_status {
     ok,
-    gone,      // the device is unplugged; nothing brings this port back to life
-    refused,   // the device is there and does not want to (in use by another program, not permitted)
+    gone,      // the device is unplugged; this port stays gone for good
+    refused,   // the device is attached but cannot be used (in use by another program, not permitted)
     bad_value, // an argument outside what the device can do
     failed     // the transfer failed; the device is still there
 };
@@ -32,10 +32,10 @@ struct bridge_identity {
 };
 
 // A serial bridge. The driver opens it once at a time; every operation but identity() happens between open() and
-// close(), from any thread, several at once. One that a close() on another thread overtakes may still come in before
-// the next open(): it does not block, and a write() says port_status::failed. None may call back into the driver but
-// through the function given to open(), and none may block but write(). After the device is gone every operation says
-// port_status::gone, at once.
+// close(), from any thread, several at once. A call that races with close() on another thread may still arrive before
+// the next open(): it must not block, and write() returns port_status::failed. None may call back into the driver
+// except through the function given to open(), and only write() may block. After the device is gone every operation
+// returns port_status::gone at once.
 class JV_PLATFORM_API bridge_port {
   public:
     bridge_port() = default;
@@ -45,14 +45,14 @@ class JV_PLATFORM_API bridge_port {
 
     virtual bridge_identity identity() const = 0;
 
-    // Takes the device for the caller. `notify` is called from any thread, with no lock of the port held, after bytes
+    // Opens the device. `notify` is called from any thread, with no lock of the port held, after bytes
     // arrived and after the device went away; it is short and does not block. No call of it is under way, and none
     // follows, once close() has returned.
     virtual port_status open(std::function<void()> notify) = 0;
-    // Gives the device back; a write() that is blocked ends. Harmless when closed.
+    // Releases the device; a write() that is blocked ends. Harmless when closed.
     virtual void close() = 0;
 
-    // Line and transfer settings, units as in the names. bad_value where the device cannot do that.
+    // Line and transfer settings, units as in the names. bad_value where the device does not support the value.
     virtual port_status set_baud_rate(std::uint32_t bits_per_second) = 0;
     virtual port_status set_data_format(unsigned data_bits, unsigned stop_bits, unsigned parity) = 0;
     virtual port_status set_flow_control(unsigned mode, std::uint8_t xon, std::uint8_t xoff) = 0;
@@ -65,7 +65,8 @@ class JV_PLATFORM_API bridge_port {
     virtual port_status write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms,
                               std::size_t* written) = 0;
 
-    // Received bytes: how many wait, and taking the oldest ones (as many as there are, at most `count`; does not wait).
+    // Received bytes: how many are waiting, and taking the oldest ones (as many as there are, at most `count`; does not
+    // wait).
     virtual port_status received(std::size_t* count) = 0;
     virtual port_status read(std::uint8_t* bytes, std::size_t count, std::size_t* taken) = 0;
     // Discards received bytes, bytes waiting to be sent, or both.
@@ -78,8 +79,8 @@ class JV_PLATFORM_API bridge_port {
 // What identifies a USB device on the bus. It never changes while the port is attached.
 struct usb_identity {
     std::string name;          // at most 255 characters, as the next
-    std::string friendly_name; // what people call it
-    // Tells devices with the same two numbers below apart. At most 127 characters, none of them '\\' or '#'.
+    std::string friendly_name; // the name shown to users
+    // Distinguishes devices with the same two numbers below. At most 127 characters, none of them '\\' or '#'.
     std::string serial_number;
     std::uint16_t vendor_id = 0;
     std::uint16_t product_id = 0;
@@ -122,7 +123,7 @@ struct usb_packet {
     std::uint32_t length = 0;
 };
 
-// What became of a transfer, whether it went well or not.
+// The result of a transfer, successful or not.
 struct usb_result {
     usb_end end = usb_end::ok;
     std::size_t count = 0;              // bytes moved
@@ -130,17 +131,16 @@ struct usb_result {
     std::vector<usb_packet> packets; // of an isochronous transfer; their bytes lie in `data` as in the caller's buffer
 };
 
-// Takes the result of one transfer. Does not block, throws nothing, and calls no operation of the port, so that the
-// port may hold its locks meanwhile. A second call for the same transfer has no effect.
+// Receives the result of one transfer. Does not block, throws nothing, and calls no operation of the port, so that the
+// port may hold its locks during the call. A second call for the same transfer has no effect.
 using usb_completion = std::function<void(const usb_result&)>;
 
-// A USB device. All operations but identity() happen between open() and close(), from any thread, several at once; one
-// that a close() on another thread overtakes may still come in after it, and does no harm. None blocks for longer than
-// the bus needs for a request of its own, and none may call back into the driver but through a completion.
-// The port never keeps memory of the caller: data to the device are read inside the call, data from it are handed over
-// by the completion.
-// After the device is gone every operation says port_status::gone, every transfer ends as usb_end::gone, those that
-// were pending too, at once.
+// A USB device. All operations but identity() happen between open() and close(), from any thread, several at once; a
+// call that races with close() on another thread may still arrive after it and must do no harm. None blocks for longer
+// than the bus needs for one request, and none may call back into the driver except through a completion. The port
+// never keeps memory of the caller: data to the device are read inside the call, data from it are handed over by the
+// completion. After the device is gone every operation returns port_status::gone and every transfer ends as
+// usb_end::gone at once, pending ones included.
 class JV_PLATFORM_API usb_port {
   public:
     usb_port() = default;
@@ -150,9 +150,9 @@ class JV_PLATFORM_API usb_port {
 
     virtual usb_identity identity() const = 0;
 
-    // Takes the device, once for each handle on it; refused where the device does not want another.
+    // Opens the device, once for each handle on it; refused when it does not accept another.
     virtual port_status open() = 0;
-    // Gives one open() back. With the last one, what is still pending ends as cancelled.
+    // Reverses one open(). With the last one, pending transfers end as cancelled.
     virtual void close() = 0;
 
     // Starts a control transfer on endpoint 0. `data`: the `setup.length` bytes for the device, valid until the call
@@ -170,7 +170,7 @@ class JV_PLATFORM_API usb_port {
     // Clears the stall of an endpoint. bad_value for an endpoint that is none.
     virtual port_status reset_endpoint(std::uint8_t endpoint) = 0;
 
-    // The alternate setting of the interface. bad_value for one that the device has not. What is pending on an
+    // The alternate setting of the interface. bad_value for one that the device lacks. What is pending on an
     // endpoint of the old setting ends as cancelled.
     virtual port_status select_alternate(std::uint8_t setting) = 0;
     virtual port_status alternate(std::uint8_t* setting) = 0;
@@ -182,17 +182,17 @@ class JV_PLATFORM_API usb_port {
 
     // Resets the device in place: what is pending ends as cancelled, the port stays usable.
     virtual port_status reset_port() = 0;
-    // Has the device leave the bus and come back: this port is gone, another one takes its place on the bus.
+    // Makes the device leave the bus and come back: this port is gone, and another one takes its place on the bus.
     virtual port_status cycle_port() = 0;
 };
 
 // ---- The bus
-// -----------------------------------------------------------------------------------------------------------
+// ---------------------------------------------------------------------------------------------------------
 
 // Plugs a bridge in: from now on the D2XX driver lists it, after those attached before it.
 JV_PLATFORM_API void attach(std::shared_ptr<bridge_port> port);
-// Unplugs it: it leaves the list and later calls on its handles find it gone. The port itself must say `gone` from now
-// on; sim::simulated_bridge does both. Harmless when it is not attached.
+// Unplugs it: it leaves the list, and later calls on its handles find it gone. The port itself must return `gone` from
+// now on; sim::simulated_bridge does both. Harmless when it is not attached.
 JV_PLATFORM_API void detach(const std::shared_ptr<bridge_port>& port);
 // The bridges attached now, in the order of the driver's device list.
 JV_PLATFORM_API std::vector<std::shared_ptr<bridge_port>> attached_bridges();

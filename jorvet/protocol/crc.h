@@ -9,7 +9,7 @@ namespace jorvet::protocol {
 
 inline constexpr unsigned short crc_initial = 0xFFFF;
 
-// The CRC of `size` bytes at `data`, or of those before and these when `crc` is the CRC of the bytes before.
+// The CRC of `size` bytes at `data`, continuing from `crc`, the CRC of the bytes before them.
 unsigned short crc_ccitt(const unsigned char* data, std::size_t size, unsigned short crc = crc_initial);
 
 } // namespace jorvet::protocol

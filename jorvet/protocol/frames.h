@@ -1,7 +1,7 @@
 // The frames on the link: their layouts, and the records that hold received ones. Nothing here has behaviour.
 //
 // Every frame is start byte, header, data, and a CRC of two bytes when bit 0 of the start byte is set; the length field
-// of the header counts the data alone. Two-byte fields are big-endian, but for the CRC trailer of requests
+// of the header counts the data alone. Two-byte fields are big-endian, except the CRC trailer of requests
 // (request_frame.h).
 #pragma once
 
@@ -28,8 +28,8 @@ constexpr bool is_board_start(unsigned char byte) {
     return is_event_start(byte) || (byte & ~with_crc_bit) == start_reply;
 }
 
-// Where the fields of a received frame stand, counted from its start byte. The header ends with the status word and the
-// data length, two bytes each; in front of them an event has its identifier and its sequence byte.
+// Offsets of the fields of a received frame from its start byte. The header ends with the status word and the data
+// length, two bytes each; in an event the identifier and the sequence byte come before them.
 constexpr std::size_t event_id = 1;
 constexpr std::size_t event_seq = 2;
 constexpr std::size_t event_header_size = 7;
@@ -43,7 +43,7 @@ constexpr unsigned short word_at(const unsigned char* bytes) {
     return static_cast<unsigned short>((bytes[0] << 8) + bytes[1]);
 }
 
-// The fields of a frame whose whole header is there.
+// The fields of a frame whose header is complete.
 constexpr unsigned short status_of(const unsigned char* frame) {
     return word_at(frame + header_size(frame[0]) - 4);
 }

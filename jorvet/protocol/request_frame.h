@@ -1,4 +1,4 @@
-// Building the request frames that the host sends, and the eleven requests as a table.
+// Building the request frames that the host sends, and the table of requests.
 //
 //   offset  size  field
 //   0       1     start byte: 0x91 with a CRC, else 0x90
@@ -15,7 +15,7 @@
 
 namespace jorvet::protocol {
 
-// What tells one request from another besides its arguments.
+// What distinguishes one request from another, apart from its arguments.
 struct request_kind {
     unsigned char command;
     unsigned int timeout_status; // what the request returns when no reply comes in time

@@ -45,18 +45,18 @@ class simulated_bridge::impl {
     explicit impl(const bridge_options& options)
         : identity(identity_of(options)), receive_queue(options.queue_capacity), board(identity.serial_number) {}
 
-    // `closing` still is the driver's, but its writes end.
+    // `closing`: still opened by the driver, but its writes end.
     enum class open_stage { closed, open, closing };
 
     port_status write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms, std::size_t* written);
-    // Puts a setting in place if it is one that the device can do.
+    // Applies a setting if the device supports it.
     template <class Change>
     port_status set(bool possible, Change change);
 
     const bridge_identity identity;
 
     mutable std::mutex mutex;
-    std::condition_variable changed; // for writes: the turn, the allowance, or an end to it all
+    std::condition_variable changed; // for writes: their turn, the allowance, closing or unplugging
     bool gone = false;
     open_stage stage = open_stage::closed;
     bridge_settings settings;
@@ -185,8 +185,8 @@ void simulated_bridge::set_trace(trace_function trace) {
 }
 
 void simulated_bridge::unplug() {
-    // The device list may hold the last reference: it goes when this function is through, which is then the bridge's
-    // end, possibly on the board's own thread.
+    // The device list may hold the last reference. This one keeps the bridge alive until the function returns; then the
+    // bridge is destroyed, possibly on the board's own thread.
     const std::shared_ptr<simulated_bridge> self = weak_from_this().lock();
     {
         const std::lock_guard<std::mutex> lock(impl_->mutex);
@@ -237,7 +237,8 @@ port_status simulated_bridge::open(std::function<void()> notify) {
         return port_status::gone;
     if (impl_->stage != impl::open_stage::closed)
         return port_status::refused;
-    impl_->notify.replace(std::move(callee)); // with the lock, or an unplug in between would notify nobody
+    impl_->notify.replace(
+        std::move(callee)); // with the lock held, because otherwise an unplug in between would notify nobody
     impl_->stage = impl::open_stage::open;
     ++impl_->settings.opens;
     return port_status::ok;

@@ -21,7 +21,7 @@ struct bridge_options {
     std::size_t queue_capacity = std::size_t{4} << 20; // bytes
 };
 
-// What the driver has set, for a test to look at.
+// The settings made by the driver, for tests.
 struct bridge_settings {
     std::uint32_t baud_rate = 0;
     unsigned data_bits = 0, stop_bits = 0, parity = 0;
@@ -37,14 +37,14 @@ class JV_SIM_API simulated_bridge final : public ports::bridge_port,
                                           public std::enable_shared_from_this<simulated_bridge>,
                                           private board_link {
   public:
-    // Makes a bridge with a board and plugs it in. It stays plugged in until unplug(), also when the pointer goes.
+    // Makes a bridge with a board and plugs it in. It stays plugged in until unplug(), even without the pointer.
     static std::shared_ptr<simulated_bridge> plug_in(const bridge_options& options = {});
     ~simulated_bridge() override;
 
     bridge_settings settings() const;
     std::size_t overrun_bytes() const; // lost because the receive queue was full
 
-    // simulated_device. Bytes that the board does not take block a write, which runs into its time-out.
+    // simulated_device. Bytes that the board does not take block a write until its time-out.
     simulated_board& board() override;
     void set_trace(trace_function trace) override;
     void unplug() override;

@@ -18,7 +18,7 @@ using std::chrono::milliseconds;
 
 constexpr std::size_t memory_size = 0x10000;
 
-// What stands in a line after its first word, and changes how something goes.
+// A word of a line that changes how something is done, with its arguments.
 template <class Subject>
 struct script_change {
     std::string_view usage;
@@ -247,7 +247,7 @@ struct script_line {
     std::string_view usage;
     std::string_view help;
     script_action (*parse)(script_words& words);
-    std::vector<std::string> (*changes)() = nullptr; // what CHANGE stands for in this line and in those before it
+    std::vector<std::string> (*changes)() = nullptr; // the meaning of CHANGE in this line and in those before it
     bool for_controllers = false;
 };
 

@@ -1,4 +1,4 @@
-// The script language of sim.h, line by line: what a line means, and what is wrong with it. No thread, no lock.
+// The script language of sim.h: parses one line at a time. No thread, no lock.
 #pragma once
 
 #include <functional>
@@ -10,18 +10,18 @@
 
 namespace jorvet::sim {
 
-// Why a line is not understood, in a sentence.
+// Says in a sentence why a line is not understood.
 class script_error : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-// What a line does to a device when run; an empty line does nothing. Both throw script_error, the action when the line
-// is not for that kind of device.
+// Parses a line into an action on a device; an empty line does nothing. Both throw script_error, the action when the
+// line is not for that kind of device.
 using script_action = std::function<void(simulated_device& plug)>;
 script_action parse_script_line(std::string_view line);
 
-// Every kind of line with what it does, for people; lines end in '\n'.
+// Help: every kind of line with what it does; lines end in '\n'.
 const std::string& script_help();
 
 } // namespace jorvet::sim

@@ -20,7 +20,7 @@ inline std::string quoted(std::string_view text) {
     return "'" + std::string(text) + "'";
 }
 
-// The words of a line, taken one by one. What is wrong with them is said in the name of the first.
+// The words of a line, taken one by one. Error messages start with the first word.
 class script_words {
   public:
     explicit script_words(std::string_view line) : rest_(line), name_(take()) {}
@@ -47,7 +47,7 @@ class script_words {
     std::uint8_t byte(const char* what) { return static_cast<std::uint8_t>(number(what, 0xFF)); }
     std::uint16_t two_bytes(const char* what) { return static_cast<std::uint16_t>(number(what, 0xFFFF)); }
 
-    // The next word, and those after it that look like bytes, too.
+    // The next word, and the following ones as long as they look like bytes.
     byte_vector bytes(const char* what) {
         const std::string_view first = word(what);
         const char* end = first.data() + first.size();

@@ -14,7 +14,7 @@
 using namespace jorvet::sim;
 
 struct jv_sim {
-    std::shared_ptr<simulated_device> first; // the one that was plugged in; others may have taken its place since
+    std::shared_ptr<simulated_device> first; // the device plugged in at first; cycling its port replaces it by others
 };
 
 namespace {
@@ -22,7 +22,7 @@ namespace {
 thread_local std::string error_text;
 thread_local const char* error = "";
 
-// Runs lines up to the first one that is not understood, and gives its number, 0 for none.
+// Runs lines up to the first one that is not understood, and returns its number, 0 for none.
 int run_lines(simulated_device& plug, std::string_view lines) {
     for (int number = 1;; ++number) {
         const std::size_t end = std::min(lines.find_first_of("\n;"), lines.size());
@@ -46,7 +46,7 @@ std::shared_ptr<simulated_device> plug_of(const jv_sim& sim) {
     return plug;
 }
 
-// Makes a C handle of what `plug_in` gives; null when that throws.
+// Makes a C handle of the device that `plug_in` returns; null when it throws.
 template <class PlugIn>
 jv_sim* make_sim(PlugIn plug_in) try {
     auto sim = std::make_unique<jv_sim>();
@@ -56,7 +56,7 @@ jv_sim* make_sim(PlugIn plug_in) try {
     return nullptr;
 }
 
-// The text that a caller gave, or the default.
+// The caller's text, or the default.
 std::string text_or(const char* text, const std::string& otherwise) {
     return text == nullptr ? otherwise : text;
 }

@@ -1,4 +1,4 @@
-/* Simulated boards for programs in any language: plug a device with a board in, script it, unplug it. Strict C. The
+/* Simulated boards for programs in any language: plug in a device with a board, script it, unplug it. Strict C. The
  * boards' own behaviour is described in board.h, that of a USB controller's endpoints in controller.h. Any thread may
  * call anything; no function throws. */
 #ifndef JORVET_SIM_SIM_H
@@ -14,19 +14,19 @@ extern "C" {
 
 typedef struct jv_sim jv_sim;
 
-/* Plugs a serial bridge with a board in, last in the device list. Texts are copied; null gives a default. The caller
- * owns the result and gives it to jv_sim_detach. Null when memory or a thread could not be had. */
+/* Plugs in a serial bridge with a board, last in the device list. Texts are copied; null gives a default. The caller
+ * owns the result and passes it to jv_sim_detach. Null when memory or a thread cannot be allocated. */
 JV_SIM_API jv_sim* jv_sim_attach_bridge(const char* serial_number, const char* description);
 
 typedef enum jv_sim_speed { JV_SIM_FULL_SPEED, JV_SIM_HIGH_SPEED, JV_SIM_SUPER_SPEED } jv_sim_speed;
 
-/* Plugs a USB controller with a board in, likewise; it has a boot loader, too, which is described in boot_loader.h.
+/* Plugs in a USB controller with a board, likewise; it has a boot loader, too, which is described in boot_loader.h.
  * Controllers that are plugged in at the same time have different serial numbers. Null also when there is no such
- * speed. When its port is cycled, what follows is about the controller that has taken its place, which has no trace at
+ * speed. When its port is cycled, the functions below act on the controller that replaces it, which has no trace at
  * first. */
 JV_SIM_API jv_sim* jv_sim_attach_controller(const char* serial_number, const char* friendly_name, jv_sim_speed speed);
 
-/* Unplugs it (if it still is plugged in), ends its trace and frees it; null is ignored. */
+/* Unplugs the device (if it still is plugged in), ends its trace and frees it; null is ignored. */
 JV_SIM_API void jv_sim_detach(jv_sim* sim);
 
 /* Runs script lines, separated by newlines or semicolons, in order, up to the first one that is not understood or is
@@ -66,8 +66,9 @@ JV_SIM_API const char* jv_sim_script_help(void);
 /* Why the last jv_sim_script of this thread failed; valid until its next one. "" after success. */
 JV_SIM_API const char* jv_sim_error(void);
 
-/* Has `trace` called with the bytes that cross the link, `to_host` 0 towards the board and 1 from it, on the thread
- * that moves them, one call at a time. Null ends it; once this returns, the trace before is not called any more. */
+/* From now on `trace` is called with the bytes that cross the link, `to_host` 0 towards the board and 1 from it, on the
+ * thread that moves them, one call at a time. Null ends it; once this returns, the trace before is not called any more.
+ */
 JV_SIM_API void jv_sim_set_trace(jv_sim* sim,
                                  void (*trace)(void* context, int to_host, const unsigned char* bytes, size_t count),
                                  void* context);

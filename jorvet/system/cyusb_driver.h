@@ -1,6 +1,6 @@
-// What is said to the Cypress USB driver: the nineteen request codes, and the records that go with them, byte for byte.
-// All numbers are little-endian, all records packed. The device layer speaks so, and the driver's stand-in understands
-// it. Nothing here has behaviour, or depends on anything else.
+// The face of the Cypress USB driver: its request codes and the records that go with them, byte for byte.
+// All numbers are little-endian, all records packed. The device layer and the driver's stand-in both use them. Nothing
+// here has behaviour or depends on anything else.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +15,8 @@ constexpr Guid driver_class() {
 }
 
 // The codes follow the system's device control layout: device type 0x22, a function number in bits 13 to 2, and how the
-// buffers are passed in bits 1 to 0 (0 copied by the system, 3 the caller's own memory). "Same" means that the one
-// buffer is input and output.
+// buffers are passed in bits 1 to 0 (0 copied by the system, 3 the caller's own memory). "Same": one buffer is both
+// input and output.
 namespace driver_request {
 inline constexpr std::uint32_t driver_version = 0x00220000;    // 4 bytes, same
 inline constexpr std::uint32_t usbdi_version = 0x00220004;     // 4 bytes, same
@@ -65,8 +65,8 @@ struct XferRequest {
     std::uint32_t TimeOut; // of a control transfer, in seconds
     std::uint8_t Reserved;
     std::uint8_t EndpointAddress; // 0 for endpoint 0
-    std::uint32_t NtStatus;       // how the driver completed the request, 0 well
-    std::uint32_t UsbdStatus;     // how the bus transfer ended, 0 well
+    std::uint32_t NtStatus;       // how the driver completed the request; 0: success
+    std::uint32_t UsbdStatus;     // how the bus transfer ended; 0: success
     std::uint32_t PacketTableOffset;
     std::uint32_t PacketTableLength;
     std::uint32_t DataOffset; // 0 in direct mode
@@ -90,9 +90,9 @@ static_assert(sizeof(transfer_size_record) == 5);
 
 using jorvet::cyusb::XferRequest;
 
-// One packet of an isochronous transfer, as the driver enters it in the packet table.
+// One packet of an isochronous transfer, as the driver writes it into the packet table.
 struct CCyIsoPktInfo {
-    std::uint32_t Status; // bus status of the packet, 0 well
-    std::uint32_t Length; // bytes that it moved
+    std::uint32_t Status; // bus status of the packet; 0: success
+    std::uint32_t Length; // number of bytes moved
 };
 static_assert(sizeof(CCyIsoPktInfo) == 8);

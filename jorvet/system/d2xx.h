@@ -67,8 +67,8 @@ JV_D2XX_API FT_STATUS WINAPI FT_Open(int device, FT_HANDLE* handle);
 // FT_INVALID_HANDLE. FT_OK also when the bridge is gone.
 JV_D2XX_API FT_STATUS WINAPI FT_Close(FT_HANDLE handle);
 
-// Takes `count` received bytes, waiting for them as long as the read time-out says (0: without limit).
-// FT_OK with `*read` below `count` when the time-out passed; FT_IO_ERROR, the bytes of no use, when the bridge went
+// Takes `count` received bytes, waiting for them for at most the read time-out (0: without limit).
+// FT_OK with `*read` below `count` when the time-out passed; FT_IO_ERROR, with `buffer` undefined, when the bridge went
 // away meanwhile. `buffer` holds `count` bytes.
 JV_D2XX_API FT_STATUS WINAPI FT_Read(FT_HANDLE handle, LPVOID buffer, DWORD count, LPDWORD read);
 
@@ -114,12 +114,12 @@ JV_D2XX_API FT_STATUS WINAPI FT_SetUSBParameters(FT_HANDLE handle, ULONG in_tran
 // How often the driver retries to reset a failed pipe.
 JV_D2XX_API FT_STATUS WINAPI FT_SetResetPipeRetryCount(FT_HANDLE handle, DWORD count);
 
-// Takes stock of the attached bridges, for the whole process, and gives their number. The stock stays as
-// it is until the next call: a caller that must not be overtaken holds a lock across this call and the next one.
+// Takes a snapshot of the attached bridges, for the whole process, and returns their number. It stays unchanged until
+// the next call: callers on several threads need a lock around this call and the next function.
 JV_D2XX_API FT_STATUS WINAPI FT_CreateDeviceInfoList(LPDWORD count);
 
-// Writes the nodes of the stock taken last to `nodes`, which has room for all of them, and their number to
-// `*count`. FT_DEVICE_LIST_NOT_READY before any stock was taken.
+// Writes the nodes of the latest snapshot to `nodes`, which has room for all of them, and their number to `*count`.
+// FT_DEVICE_LIST_NOT_READY before the first snapshot.
 JV_D2XX_API FT_STATUS WINAPI FT_GetDeviceInfoList(FT_DEVICE_LIST_INFO_NODE* nodes, LPDWORD count);
 
 } // extern "C"

@@ -1,8 +1,8 @@
-// What the library asks of the operating system: one of the two faces of the platform. On Windows the system's own
-// headers; elsewhere the same names, signatures and contracts, supplied by libjorvet-platform (kernel/).
+// What the library asks of the operating system. On Windows this header includes the system's own; elsewhere it
+// declares the same names and signatures, which libjorvet-platform implements (compat/kernel/, compat/setup/).
 //
 // Any thread may call any function. None throws. "Last error" is a number per thread that a failing call sets;
-// succeeding calls leave it alone unless said otherwise.
+// succeeding calls leave it unchanged unless stated otherwise.
 #pragma once
 
 #if defined(_WIN32)
@@ -73,14 +73,14 @@ JV_PLATFORM_API void SetLastError(DWORD error);
 JV_PLATFORM_API HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL initial_state,
                                     LPCSTR name);
 
-// Signals an event: one waiter of an auto-reset event, or the next one to come, goes on. Signalling twice before a
+// Signals an event: one waiter of an auto-reset event, present or next to come, is released. Signalling twice before a
 // wait counts once. FALSE with ERROR_INVALID_HANDLE when `event` is no open event. Never blocks.
 JV_PLATFORM_API BOOL SetEvent(HANDLE event);
 
-// Takes the signal back. FALSE with ERROR_INVALID_HANDLE as above.
+// Resets an event. FALSE with ERROR_INVALID_HANDLE as above.
 JV_PLATFORM_API BOOL ResetEvent(HANDLE event);
 
-// Waits until `object` is signalled, at most `milliseconds` (0 asks only, INFINITE waits without limit), on the
+// Waits until `object` is signalled, at most `milliseconds` (0 only tests, INFINITE waits without limit), on the
 // monotonic clock; never returns early. WAIT_OBJECT_0: signalled, and an auto-reset event is reset. WAIT_TIMEOUT: not
 // in time. WAIT_FAILED with ERROR_INVALID_HANDLE: no open event. Closing the handle meanwhile does not end the wait.
 JV_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
@@ -88,12 +88,12 @@ JV_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
 // Releases a handle. FALSE with ERROR_INVALID_HANDLE when it is not open (a second close included).
 JV_PLATFORM_API BOOL CloseHandle(HANDLE object);
 
-// A handle that stands for the calling thread wherever it is used; it is not closed.
+// A handle that means the calling thread, on whichever thread it is used; it needs no closing.
 JV_PLATFORM_API HANDLE GetCurrentThread();
 
 // Sets the priority of the calling thread (`thread` must be GetCurrentThread()), -15 to 15, 0 normal, as far as the
-// system lets this process go: where it does not, the call still succeeds and the priority stays. FALSE with
-// ERROR_INVALID_HANDLE for another handle, ERROR_INVALID_PARAMETER for another priority.
+// system permits: where it does not, the call still succeeds and the priority stays. FALSE with ERROR_INVALID_HANDLE
+// for another handle, ERROR_INVALID_PARAMETER for another priority.
 JV_PLATFORM_API BOOL SetThreadPriority(HANDLE thread, int priority);
 
 } // extern "C"
@@ -115,7 +115,7 @@ struct GUID {
     BYTE Data4[8];
 };
 
-// What the system keeps of a request that may complete later. The caller zeroes it and sets `hEvent`; from the start of
+// The state of a request that may complete later. The caller zeroes it and sets `hEvent`; from the start of
 // the request to its completion record and event belong to the system and must stay where they are.
 struct OVERLAPPED {
     ULONG_PTR Internal;
@@ -139,13 +139,13 @@ struct SP_DEVINFO_DATA {
     ULONG_PTR Reserved;
 };
 
-// The path of a device interface; it goes on behind the record. `cbSize` is the size of the record, without the rest.
+// The path of a device interface; it extends beyond the record. `cbSize` is the size of the record alone.
 struct SP_DEVICE_INTERFACE_DETAIL_DATA_A {
     DWORD cbSize;
     CHAR DevicePath[1];
 };
 
-// What a window asks to be told of: the beginning that all have in common, a class, an open handle.
+// Which device events a window asks for: the common header, a device class, an open handle.
 struct DEV_BROADCAST_HDR {
     DWORD dbch_size;
     DWORD dbch_devicetype;
@@ -223,13 +223,13 @@ JV_PLATFORM_API BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD
 // error: that of the request, as above.
 JV_PLATFORM_API BOOL GetOverlappedResult(HANDLE device, OVERLAPPED* record, LPDWORD transferred, BOOL wait);
 
-// Takes stock of the interfaces of class `class_guid` whose devices are present (`flags` must be DIGCF_PRESENT |
+// Takes a snapshot of the interfaces of class `class_guid` whose devices are present (`flags` must be DIGCF_PRESENT |
 // DIGCF_DEVICEINTERFACE, `enumerator` and `parent` null). Returns a set that SetupDiDestroyDeviceInfoList releases and
 // that later arrivals and removals do not change, or INVALID_HANDLE_VALUE with the last error.
 JV_PLATFORM_API HDEVINFO SetupDiGetClassDevsA(const GUID* class_guid, LPCSTR enumerator, HWND parent, DWORD flags);
 
 // Member number `index` (0 first) of the set, into `*data`, whose cbSize the caller has filled. `device` is null. FALSE
-// with ERROR_NO_MORE_ITEMS past the end, with another error when this member cannot be read; `*data` is then of no use.
+// with ERROR_NO_MORE_ITEMS past the end, with another error when this member cannot be read; `*data` is then undefined.
 JV_PLATFORM_API BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* device, const GUID* class_guid,
                                                  DWORD index, SP_DEVICE_INTERFACE_DATA* data);
 
@@ -243,7 +243,7 @@ JV_PLATFORM_API BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_IN
 // Releases a set. FALSE with ERROR_INVALID_HANDLE when it is none.
 JV_PLATFORM_API BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set);
 
-// Asks that a window be told of devices: `filter` is one of the DEV_BROADCAST_ records, copied by the call; `flags` is
+// Registers a window for device events: `filter` is one of the DEV_BROADCAST_ records, copied by the call; `flags` is
 // DEVICE_NOTIFY_WINDOW_HANDLE. Returns a registration that UnregisterDeviceNotification releases, or null with
 // ERROR_INVALID_PARAMETER (no window, or an unknown record) or ERROR_INVALID_HANDLE (no open device).
 JV_PLATFORM_API HDEVNOTIFY RegisterDeviceNotificationA(HANDLE window, LPVOID filter, DWORD flags);

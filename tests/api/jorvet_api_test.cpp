@@ -1,4 +1,4 @@
-// The nineteen C functions: the eleven requests on the link, devices, and what comes without an instance or a link.
+// The C functions: requests on the link, devices, and calls without an instance or a link.
 // Built twice, with the static and with the shared library.
 #include <deque>
 

@@ -130,6 +130,14 @@ TEST_P(CypressCom, ReceivesEveryByteHoweverItIsCutAndAfterAnySilence) {
               GetParam() == Behind::super_speed_controller);
 }
 
+TEST_P(CypressCom, ReceivesFirstWhatTheControllerHadQueuedBeforeTheOpening) {
+    const plugged_board another(second_of(GetParam()));
+    another.send("01 02");
+    ASSERT_EQ(com.open_by_index(1), JV_OK);
+    another.send("03");
+    expect_received({1, 2, 3});
+}
+
 TEST_P(CypressCom, SeesAReplyThatFillsItsLastPacketWithTheNextBytesOrOnAnIdleSuperSpeedLink) {
     board.controller->send_zero_length_packets(false);
     byte_vector bytes(2048, 0x5A);

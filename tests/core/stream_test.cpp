@@ -17,7 +17,7 @@ constexpr long max_growth = 32 << 20;
 #endif
 constexpr std::size_t data_bytes = 1017; // a frame of 1,024 bytes
 constexpr std::size_t burst_frames = 500;
-constexpr std::size_t most_ahead = 2000; // frames sent and not yet taken: the device's queue holds twice that
+constexpr std::size_t max_ahead = 2000; // frames sent and not yet taken: the device's queue holds twice that
 
 long resident_pages() {
     long total = 0, resident = 0;
@@ -62,7 +62,7 @@ TEST(Stream, OfEventsArrivesWholeAndInOrderInFlatMemory) {
     std::thread sender([&] {
         for (std::size_t sent = 0; sent < frames && !gave_up; sent += burst_frames) {
             const byte_vector bytes = burst(sent);
-            while (sent > taken + most_ahead && !gave_up)
+            while (sent > taken + max_ahead && !gave_up)
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
             board->send_raw(bytes);
         }

@@ -8,7 +8,7 @@
 namespace jorvet::tool {
 
 // Runs the chosen subcommand to its end. Throws usage_error for a script line that is not understood, and
-// std::exception when resources cannot be had.
+// std::exception when resources cannot be allocated.
 outcome run(const settings& chosen);
 
 // One for each subcommand; the requests share run_request.

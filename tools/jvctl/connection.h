@@ -15,7 +15,7 @@ struct close_instance {
 using instance = std::unique_ptr<CJorvet, close_instance>;
 
 // An instance for the chosen kind of link, with the chosen reply time-out; not connected. Throws std::runtime_error
-// when resources cannot be had.
+// when resources cannot be allocated.
 instance make_instance(const settings& chosen);
 
 // Opens the chosen device and then runs the chosen script lines. Returns the status of opening; throws usage_error for

@@ -1,4 +1,4 @@
-// The table of the eleven requests, and one way to issue each kind of function in it.
+// The table of requests, and how each kind of function in it is called.
 #include "requests.h"
 
 #include <algorithm>

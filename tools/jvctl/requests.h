@@ -1,4 +1,4 @@
-// The eleven requests as one table: their names, what they take and bring back, and the library's function behind each.
+// The requests as one table: their names, what they take and return, and the library's function behind each.
 #pragma once
 
 #include <array>

@@ -107,7 +107,7 @@ void tour::run() {
     } chapters[] = {
         {"What is attached", &tour::show_devices},
         {"Connecting", &tour::connect},
-        {"The eleven requests, without CRC and with", &tour::ask_everything},
+        {"All requests, without CRC and with", &tour::ask_everything},
         {"Events, one of them lost", &tour::watch_events},
         {"A request that the board refuses", &tour::be_refused},
         {"A board that does not answer", &tour::run_into_time_out},

@@ -1,5 +1,5 @@
-// The D2XX functions over the bridges that are plugged in: handles, checks of arguments, the device list. Any thread;
-// compiles on every system.
+// The D2XX functions over the bridges that are plugged in: handles, checks of arguments, the device list. Any thread.
+// Part of libjorvet-platform and, on Windows, of libjorvet-sim.
 #include "jorvet/system/d2xx.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ namespace {
 
 struct driver {
     handle_table<open_bridge> bridges{2};
-    std::mutex mutex; // held while a bridge is opened or closed, and over the stock; never on the way of data
+    std::mutex mutex; // held while a bridge is opened or closed, and guards `stock`; not taken by reads and writes
     std::optional<std::vector<FT_DEVICE_LIST_INFO_NODE>> stock;
 };
 
@@ -76,7 +76,7 @@ FT_STATUS open_port(const std::shared_ptr<ports::bridge_port>& port, FT_HANDLE* 
     return FT_OK;
 }
 
-// For what needs nothing of the device: whether it still is there.
+// Whether the device is still attached, for functions that need nothing else from it.
 FT_STATUS check_presence(const open_bridge& bridge) {
     std::size_t count = 0;
     return translate(bridge.port().received(&count));
@@ -215,7 +215,7 @@ FT_STATUS WINAPI FT_SetEventNotification(FT_HANDLE handle, DWORD mask, LPVOID ev
     return on_bridge(__func__, handle, [&](open_bridge& bridge) -> FT_STATUS {
         if (mask != 0 && (mask != FT_EVENT_RXCHAR || event == nullptr))
             return FT_INVALID_PARAMETER;
-        // Before the check: a bridge that goes away right after it is to be heard of.
+        // Set before the check, so that the event also tells of a bridge that goes away right after it.
         bridge.set_event(mask == 0 ? nullptr : event);
         return check_presence(bridge);
     });
@@ -227,7 +227,7 @@ FT_STATUS WINAPI FT_GetStatus(FT_HANDLE handle, LPDWORD received, LPDWORD to_sen
             return FT_INVALID_PARAMETER;
         const FT_STATUS status = queue_length(bridge, received);
         if (status == FT_OK) {
-            *to_send = 0; // a write returns when the bridge has its bytes, so none wait on this side
+            *to_send = 0; // a write returns once the bridge has its bytes, so none wait here
             *events = *received != 0 ? FT_EVENT_RXCHAR : 0;
         }
         return status;
@@ -250,7 +250,7 @@ FT_STATUS WINAPI FT_SetUSBParameters(FT_HANDLE handle, ULONG in_transfer_size, U
     });
 }
 
-// A port retries on its own terms, so the count has nowhere to go.
+// Ports decide themselves how often to retry, so the count is ignored.
 FT_STATUS WINAPI FT_SetResetPipeRetryCount(FT_HANDLE handle, DWORD) {
     return on_bridge(__func__, handle, [](open_bridge& bridge) { return check_presence(bridge); });
 }

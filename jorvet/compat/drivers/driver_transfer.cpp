@@ -17,9 +17,9 @@ constexpr std::uint8_t inbound_bit = 0x80;
 constexpr std::uint8_t endpoint_number = 0x0F;
 constexpr unsigned longest_timeout_s = 0xFFFFFFFF / 1000;
 
-// How the end of a transfer is told: the request's error and the two status words, in the system's published numbers.
-// A cancelled request says so by its error alone: nothing went wrong on the bus, and whoever cancels to look at the
-// bytes so far goes on afterwards.
+// How the end of a transfer is reported: the request's error and the two status words, in the system's published
+// numbers. A cancelled request is reported by its error alone: nothing went wrong on the bus, and callers that cancel a
+// read to collect the bytes so far continue afterwards.
 struct end_words {
     DWORD error;
     std::uint32_t nt;
@@ -48,7 +48,7 @@ end_words words_for(ports::usb_end end) {
     return {ERROR_GEN_FAILURE, 0xC0000001, 0xC0000005};
 }
 
-// A part of the block behind its header.
+// Whether a part of the block lies behind its header.
 bool lies_behind_header(std::uint32_t offset, std::uint32_t length, DWORD block_size) {
     return offset >= sizeof(XferRequest) && offset <= block_size && length <= block_size - offset;
 }
@@ -119,7 +119,7 @@ DWORD read_layout(const io_request& request, transfer_layout* layout) {
 void driver_transfer::submit(const std::shared_ptr<driver_transfer>& self, ports::usb_port& port) {
     try {
         self->submit_to(port, [self](const ports::usb_result& result) { self->complete(result); });
-    } catch (const std::exception&) { // of a port without resources; the transfer has not taken place
+    } catch (const std::exception&) { // the port lacks resources; the transfer has not taken place
         ports::usb_result result;
         result.end = ports::usb_end::failed;
         self->complete(result);
@@ -167,7 +167,7 @@ io_outcome driver_transfer::deliver(const ports::usb_result& result) const {
     return {words.error, static_cast<DWORD>(layout_.counted_before_data + count), !never_started};
 }
 
-// Packets that the port says nothing of have the end of the `rest`, and no bytes.
+// Packets that the port does not report have the end `rest` and no bytes.
 void driver_transfer::fill_table(const ports::usb_result& result, ports::usb_end rest) const {
     for (std::size_t i = 0; i < layout_.packets; ++i) {
         const ports::usb_packet packet = i < result.packets.size() ? result.packets[i] : ports::usb_packet{rest, 0};

@@ -1,5 +1,5 @@
 // One transfer through the USB driver: what the request block asks for, and what is written into it when the transfer
-// ends. The end comes from any thread, perhaps from two at once; the first one counts.
+// ends. The end may be reported on any thread, even on two at once; the first report counts.
 #pragma once
 
 #include <atomic>
@@ -24,14 +24,14 @@ struct io_request {
 // The driver's answer.
 struct io_outcome {
     DWORD error = ERROR_SUCCESS;
-    DWORD bytes = 0;      // that came back; also those before a failure
-    bool started = false; // a failure came after the device had taken the request in
+    DWORD bytes = 0;      // bytes returned, including those before a failure
+    bool started = false; // the device had accepted the request before it failed
 };
 
-// Takes an answer that comes later, from any thread. Does not block.
+// Called with an answer that comes later, on any thread. Does not block.
 using io_done = std::function<void(const io_outcome&)>;
 
-// The places of the parts of a transfer in the caller's memory. `block` begins with an XferRequest.
+// Where the parts of a transfer are in the caller's memory. `block` begins with an XferRequest.
 struct transfer_layout {
     std::uint8_t endpoint = 0; // 0: control
     bool inbound = false;
@@ -46,7 +46,7 @@ struct transfer_layout {
 };
 
 // Finds the parts in the buffers of one of the three transfer requests. Returns ERROR_SUCCESS,
-// ERROR_INVALID_PARAMETER (the block is too short, says what cannot be, or names places outside itself) or
+// ERROR_INVALID_PARAMETER (the block is too short, contradicts itself, or refers to places outside itself) or
 // ERROR_INSUFFICIENT_BUFFER (a buffered request whose block does not fit into the output); touches the buffers only
 // with ERROR_SUCCESS.
 DWORD read_layout(const io_request& request, transfer_layout* layout);
@@ -59,11 +59,11 @@ class driver_transfer {
 
     std::uint8_t endpoint() const { return layout_.endpoint; }
 
-    // Gives the transfer to the port, which calls complete(). Once. `self` is this transfer.
+    // Passes the transfer to the port, which calls complete(). Once. `self` is this transfer.
     static void submit(const std::shared_ptr<driver_transfer>& self, ports::usb_port& port);
 
-    // Ends the transfer: data, table and status words go to the caller's memory, then the outcome to whoever
-    // hand_over() named. When it returns that has happened, and nothing of the caller's is touched any more.
+    // Ends the transfer: data, table and status words are written to the caller's memory, then the outcome is passed to
+    // the function given to hand_over(). After it returns, the caller's memory is not touched any more.
     void complete(const ports::usb_result& result);
 
     // The outcome, when the transfer has ended; otherwise none, and `done` is called when it does.

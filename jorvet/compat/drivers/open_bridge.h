@@ -1,5 +1,5 @@
-// A bridge that the D2XX driver has open: the calls inside it, the readers that wait for bytes, the event to signal.
-// Any thread may call anything; the port's notification comes on any thread too, also inside a call to the port.
+// A bridge that the D2XX driver has open: the calls in progress, the readers that wait for bytes, the event to signal.
+// Any thread may call anything; the port's notification comes on any thread too, even inside a call to the port.
 #pragma once
 
 #include <atomic>
@@ -14,7 +14,7 @@
 
 namespace jorvet::compat::d2xx {
 
-// The driver's status for what a port says.
+// The driver's status for a port's.
 FT_STATUS translate(ports::port_status status);
 
 class open_bridge {
@@ -23,12 +23,12 @@ class open_bridge {
     open_bridge(const open_bridge&) = delete;
     open_bridge& operator=(const open_bridge&) = delete;
 
-    // Both once, open() first. close() ends the calls that block and returns when no call is inside any more.
+    // Both once, open() first. close() ends the calls that block and returns when no call is in progress.
     ports::port_status open();
     void close();
 
-    // A call on the bridge is inside from enter() to leave(), so that close() can wait for it. False when closed, and
-    // there is nothing to leave.
+    // A call on the bridge is in progress from enter() to leave(), so that close() can wait for it. False when closed:
+    // leave() must not be called then.
     bool enter();
     void leave();
 
@@ -39,7 +39,7 @@ class open_bridge {
     void set_timeouts(ULONG read_ms, ULONG write_ms);
     void set_event(HANDLE event) { event_ = event; } // null: none
 
-    // FT_Read and FT_Write. What a call had to leave undone because of close() is FT_INVALID_HANDLE.
+    // FT_Read and FT_Write. A call that close() interrupts returns FT_INVALID_HANDLE.
     FT_STATUS read(std::uint8_t* buffer, std::size_t count, DWORD* taken);
     FT_STATUS write(const std::uint8_t* bytes, std::size_t count, DWORD* written);
 
@@ -58,10 +58,10 @@ class open_bridge {
 
     std::atomic<bool> closed_{false};
     std::atomic<unsigned> inside_{0};
-    std::atomic<unsigned> readers_{0}; // which wait or may come to
+    std::atomic<unsigned> readers_{0}; // that wait or are about to
     std::atomic<unsigned> notifications_{0};
-    // Guards no data: whoever changes an atomic that somebody may be waiting for passes through it before notifying.
-    // Never held in a call to the port.
+    // Guards no data: whoever changes an atomic that a thread may wait for locks and unlocks it before notifying, so
+    // that no wake-up is missed. Never held in a call to the port.
     std::mutex mutex_;
     std::condition_variable changed_;
 };

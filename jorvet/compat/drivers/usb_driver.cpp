@@ -131,8 +131,8 @@ ports::port_status set_transfer_size(open_device& device, system_buffer& buffer)
 
 struct rule {
     std::uint32_t code;
-    DWORD in_size;  // that the input must have at least
-    DWORD out_size; // that comes back
+    DWORD in_size;  // minimum size of the input
+    DWORD out_size; // of the output
     ports::port_status (*act)(open_device& device, system_buffer& buffer);
 };
 
@@ -240,7 +240,7 @@ std::optional<io_outcome> open_device::start_transfer(const io_request& request,
     return transfer->hand_over(std::move(done));
 }
 
-// Puts a transfer among those that close() ends; false when it has been here.
+// Adds a transfer to those that close() ends; false when the handle is already closed.
 bool open_device::enlist(const transfer_pointer& transfer) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (closed_)

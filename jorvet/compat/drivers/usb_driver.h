@@ -1,5 +1,6 @@
-// The USB driver: one handle on a USB device, and what the nineteen request codes do on it. Any thread may call
-// anything; no lock is held in a call to the port. Compiles on every system.
+// The USB driver: one handle on a USB device, and what each request code does on it. Any thread may call
+// anything; no lock of the handle is held in a call to the port. Not compiled on Windows, where the driver is the
+// vendor's.
 #pragma once
 
 #include <map>
@@ -25,23 +26,23 @@ class open_device {
     open_device(const open_device&) = delete;
     open_device& operator=(const open_device&) = delete;
 
-    // Takes the device: the port's answer. Once, first.
+    // Opens the device and returns the port's answer. Called once, before anything else.
     ports::port_status open();
 
-    // Does a request, or starts it. Returns the answer when there is one already, and `done` is not called then;
-    // otherwise `done` is called once, perhaps before this returns. Throws nothing, does not block.
+    // Carries out a request, or starts it. Returns the answer when it is known already, without calling `done`;
+    // otherwise `done` is called once, possibly before this returns. Throws nothing, does not block.
     std::optional<io_outcome> start(const io_request& request, io_done done);
 
-    // Ends everything pending on this handle as cancelled, and reports it, before it returns; gives the device back.
-    // The endpoints concerned are aborted, for other handles on the device too. A request that is being started ends
-    // so as well. Harmless the second time; the destructor does it at the latest.
+    // Ends everything pending on this handle as cancelled, reports it, and releases the device. The endpoints concerned
+    // are aborted, for other handles on the device too. A request that is just being started is cancelled as well.
+    // Harmless the second time; the destructor calls it.
     void close();
 
     ports::usb_port& port() { return *port_; }
-    // Whether the device is there still, for requests that need nothing else of it.
+    // Whether the device is still attached, for requests that need nothing else from it.
     ports::port_status presence();
 
-    // The sizes that the host side splits transfers into, by endpoint address.
+    // The sizes into which the host divides transfers, by endpoint address.
     std::uint32_t transfer_size(std::uint8_t endpoint);
     void set_transfer_size(std::uint8_t endpoint, std::uint32_t size);
 

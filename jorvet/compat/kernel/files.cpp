@@ -10,7 +10,7 @@ namespace jorvet::compat::kernel {
 namespace {
 
 // The first two members of a record: the request's error, ERROR_IO_PENDING until it has one, and the number of bytes.
-// The error is written last, and read first, because the reader may come without having waited for the event.
+// The error is written last, and read first, because the reader need not have waited for the event.
 void write_record(OVERLAPPED* record, const usb::io_outcome& outcome) {
     record->InternalHigh = outcome.bytes;
     __atomic_store_n(&record->Internal, ULONG_PTR{outcome.error}, __ATOMIC_RELEASE);
@@ -69,13 +69,13 @@ BOOL start_request(usb::open_device& device, const usb::io_request& request, LPD
     event->reset();
     write_record(record, {ERROR_IO_PENDING});
     const auto outcome = device.start(request, done);
-    if (!outcome) // record and buffers may be the caller's again by now
+    if (!outcome) // record and buffers may belong to the caller again by now
         return fail(ERROR_IO_PENDING, FALSE);
     write_record(record, *outcome);
     if (outcome->error != ERROR_SUCCESS && !outcome->started)
         return fail(outcome->error, FALSE);
     event->set();
-    if (outcome->error != ERROR_SUCCESS) // a request that has run tells its failure through the record
+    if (outcome->error != ERROR_SUCCESS) // a request that was started reports its failure through the record
         return fail(ERROR_IO_PENDING, FALSE);
     set_returned(returned, outcome->bytes);
     return TRUE;

@@ -1,5 +1,5 @@
-// File objects: a handle on a device, opened by path. Requests on it are done by the device's driver; what the system
-// adds is waiting for them and the records of those that complete later. Any thread.
+// File objects: a handle on a device, opened by path. The device's driver carries out the requests on it; the system
+// waits for them and keeps the records of those that complete later. Any thread.
 #pragma once
 
 #include "jorvet/compat/drivers/usb_driver.h"

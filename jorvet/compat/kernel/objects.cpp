@@ -1,4 +1,4 @@
-// Handles, and what goes for every kind of kernel object: waiting and closing. Any thread.
+// Handles, and what all kinds of kernel objects have in common: waiting and closing. Any thread.
 #include "jorvet/compat/kernel/objects.h"
 
 #include "jorvet/base/never_destroyed.h"

@@ -10,7 +10,7 @@
 
 namespace jorvet::compat::kernel {
 
-// Something that a handle stands for. Lives as long as its handle is open or a call is inside.
+// An object with a handle. Lives as long as its handle is open or a call uses it.
 class object {
   public:
     object() = default;
@@ -18,18 +18,18 @@ class object {
     object& operator=(const object&) = delete;
     virtual ~object() = default;
 
-    // The handle was closed; calls may still be inside. Once.
+    // Called once, after the handle was closed; calls may still be in progress.
     virtual void closed() {}
 };
 
-// One that can be waited for. Any thread.
+// An object that can be waited for. Any thread.
 class waitable : public object {
   public:
-    // Waits until the object is signalled, at most `milliseconds`, and has the effect that a wait has on it. False when
-    // the time passed. Several threads may wait at once.
+    // Waits until the object is signalled, at most `milliseconds`, and then applies the effect of a wait to it. False
+    // when the time passed. Several threads may wait at once.
     virtual bool wait(DWORD milliseconds) = 0;
     virtual void set() = 0;   // signals it
-    virtual void reset() = 0; // takes the signal back
+    virtual void reset() = 0; // removes the signal
 };
 
 // The open handles of the process.

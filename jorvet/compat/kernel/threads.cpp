@@ -1,4 +1,4 @@
-// What belongs to the calling thread: its last error and its priority.
+// The calling thread's last error and priority.
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -39,7 +39,7 @@ BOOL SetThreadPriority(HANDLE thread, int priority) {
             return fail(ERROR_INVALID_HANDLE, FALSE);
         if (priority < -15 || priority > 15)
             return fail(ERROR_INVALID_PARAMETER, FALSE);
-        // Most processes may not raise their priority. That is no failure: a priority is only a request.
+        // Most processes may not raise their priority. This is not a failure: a priority is only a request.
         setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), nice_value(priority));
         return TRUE;
     });

@@ -1,4 +1,4 @@
-// The device interfaces that are present, in sets that stay as they were taken. Only the class of the USB driver has
+// Snapshots of the device interfaces that are present. Only the class of the USB driver has
 // members here. Any thread.
 #include <cstddef>
 #include <cstring>
@@ -31,7 +31,7 @@ interface_set present_interfaces(const GUID& guid) {
     return paths;
 }
 
-// A member's data name its place in the set, from 1, and so do those of its device.
+// The records of a member and of its device hold its place in the set, counted from 1.
 const std::string* member(const interface_set& set, const SP_DEVICE_INTERFACE_DATA* data) {
     const bool valid = data != nullptr && data->cbSize == sizeof(*data) && is_served(data->InterfaceClassGuid) &&
                        data->Reserved >= 1 && data->Reserved <= set.size();

@@ -1,5 +1,5 @@
-// Registrations for device notifications. There are no windows here that could be told of a device, so a registration
-// is checked, kept and ended, and nothing comes of it. Any thread.
+// Registrations for device notifications. There are no windows here, so a registration is checked, kept and ended, but
+// never notified. Any thread.
 #include <cstddef>
 #include <cstring>
 

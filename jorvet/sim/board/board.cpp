@@ -1,8 +1,8 @@
-// The board at work: takes requests in, lets answers and events out, at once on the calling thread or later on the
+// The board at work: receives requests and sends answers and events, at once on the calling thread or later on the
 // timeline's.
 //
-// Locks, in the order in which they are taken: order_ keeps the input and every frame of the output in one piece and is
-// the only one held while calling the link; mutex_ guards the board's state, never during a call.
+// Locks, in the order in which they are taken: order_ keeps requests and frames in one piece, and is the only one held
+// while the link is called; mutex_ guards the board's state, never during a call.
 #include "jorvet/sim/board/board.h"
 
 #include <algorithm>
@@ -39,7 +39,7 @@ crc_trailer trailer_of(const board_request& request, const reply_plan& plan) {
     return plan.wrong_crc ? crc_trailer::wrong_crc : crc_trailer::crc;
 }
 
-// Turns the board's own answer into what leaves.
+// Turns the board's own answer into the output to send.
 void apply_plan(const reply_plan& plan, const board_request& request, const board_answer& answer,
                 board_output& output) {
     output.pacing = plan.pacing;
@@ -72,7 +72,7 @@ class simulated_board::impl : public std::enable_shared_from_this<impl> {
     void unplug(std::chrono::milliseconds delay);
     std::vector<board_request> requests() const;
 
-    // Runs `use` on the state and gives what it gives.
+    // Runs `use` on the state and returns its result.
     template <class Use>
     auto with_state(Use use) {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -100,14 +100,14 @@ class simulated_board::impl : public std::enable_shared_from_this<impl> {
     bool end_tick(unsigned series);
 
     std::mutex order_;
-    request_parser parser_; // with order_, as the two below, which keep their memory from one request to the next
+    request_parser parser_; // guarded by order_, as the two below, which keep their memory from one request to the next
     board_answer answer_;
     board_output output_;
 
     std::vector<board_request> requests_; // with mutex_; a ring once full, `requests_seen_` modulo its size the oldest
     std::size_t requests_seen_ = 0;
 
-    unsigned series_ = 0; // with mutex_; of periodic events: each start and stop makes a new one
+    unsigned series_ = 0; // with mutex_; of periodic events; each start and stop begins a new one
     bool ticking_ = false;
     std::condition_variable tick_ended_;
 
@@ -195,7 +195,7 @@ void simulated_board::impl::leave(const board_output& output) {
         leave_later(std::make_shared<const board_output>(output), sent, output.pacing.gap);
 }
 
-// Sends the bytes at `from` and after, up to the first gap or the end, and gives where that is. With order_ held.
+// Sends the bytes from `from` up to the first gap or the end, and returns that position. With order_ held.
 std::size_t simulated_board::impl::send_up_to_gap(const board_output& output, std::size_t from) {
     const std::size_t size = output.bytes.size();
     const std::size_t piece = output.pacing.fragment == 0 ? size : output.pacing.fragment;

@@ -1,7 +1,7 @@
 // A simulated board: it takes request frames, keeps memory, identifiers, errors and a mode, answers with reply frames
-// and sends event frames, and misbehaves when told to. Of what it sits behind it knows `board_link` alone.
+// and sends event frames, and misbehaves when told to. It knows the device that it is part of as a `board_link` only.
 //
-// What it does by itself:
+// Its own behaviour:
 //
 //   request        parameters and data           answer (status 0xA000 where none is given)
 //   read-memory    p1 p2 address (big-endian),   the bytes; 0x2001 beyond the end of memory
@@ -17,12 +17,12 @@
 //   set-mode       p1 mode, p2 unused            none
 //   get-mode       p1 unused                     one byte, the mode
 //
-// An unknown command is answered with 0xB000, a wrong CRC trailer with 0xB001; every answer's status but 0xA000 joins
-// the error list (the last 256 of them). Bytes that start no request frame are counted and skipped. An answer carries
-// a CRC when its request did. Data of a frame end after 65,535 bytes; what is longer is cut.
+// An unknown command is answered with 0xB000, a wrong CRC trailer with 0xB001; every answer's status other than 0xA000
+// is added to the error list, which keeps the last 256. Bytes that start no request frame are counted and skipped. An
+// answer carries a CRC when its request did. The data of a frame are cut after 65,535 bytes.
 //
-// Any thread may call anything. An answer or event without delay leaves on the calling thread, before the call returns;
-// what is delayed leaves on a thread of the board's own, in the order of due times.
+// Any thread may call anything. An answer or event without delay is sent on the calling thread, before the call
+// returns; delayed ones are sent on a thread of the board's own, in the order of due times.
 #pragma once
 
 #include <chrono>
@@ -37,8 +37,8 @@
 
 namespace jorvet::sim {
 
-// What the board sits behind. Called on the thread that the bytes leave on. A link may ask the board anything meanwhile
-// and pull the plug, but not make it send or feed it: the board's output waits until the call returns.
+// The device that the board is part of. Called on the thread that sends the bytes. During a call a link may query the
+// board and pull the plug, but must not make the board send or receive: its output waits until the call returns.
 class JV_SIM_API board_link {
   public:
     virtual ~board_link();
@@ -53,18 +53,18 @@ class JV_SIM_API simulated_board {
     simulated_board(const simulated_board&) = delete;
     simulated_board& operator=(const simulated_board&) = delete;
 
-    // The link's side. `attach_link` returns once no call into the old link is under way on another thread.
+    // The link's side. `attach_link` returns once no call into the previous link is in progress on another thread.
     void attach_link(board_link* link);
     void from_host(const std::uint8_t* bytes, std::size_t count); // any piece of the byte stream
 
-    // How the coming answers go: `plan_next` queues a plan for one answer each; `plan_all` holds for every answer that
-    // has none of its own.
+    // How later answers are changed: `plan_next` queues a plan for one answer each; `plan_all` holds for every answer
+    // that has none of its own.
     void plan_next(reply_plan plan);
     void plan_all(reply_plan plan);
 
-    // Sends an event; `lose_events` lets so many sequence numbers pass unsent before the next one. `start_events` sends
+    // Sends an event; `lose_events` skips that many sequence numbers before the next one. `start_events` sends
     // `event` every `period`, in place of what was started before, until `stop_events`, which returns once none is
-    // under way. An event that comes too late by a whole period is left out; a period of 0 starts nothing.
+    // being sent. An event that is late by a whole period is left out; a period of 0 starts nothing.
     void send_event(const board_event& event, const output_pacing& pacing = {});
     void lose_events(unsigned count);
     void start_events(std::chrono::microseconds period, const board_event& event);
@@ -74,7 +74,7 @@ class JV_SIM_API simulated_board {
     // Pulls the plug `delay` from now; at once, on the calling thread, with 0.
     void unplug(std::chrono::milliseconds delay = std::chrono::milliseconds{0});
 
-    // The board's state. Memory is 65,536 bytes, all 0 at first; what reaches beyond its end is left out.
+    // The board's state. Memory is 65,536 bytes, initially 0; bytes beyond its end are dropped.
     void set_memory(std::size_t address, const byte_vector& bytes);
     byte_vector memory(std::size_t address, std::size_t count) const;
     void set_identifier(std::uint16_t identifier, const byte_vector& bytes); // 0x0001 holds "jorvet" at first
@@ -82,13 +82,14 @@ class JV_SIM_API simulated_board {
     void add_error(std::uint16_t status);
     std::uint8_t mode() const; // 2 at first
 
-    // What has come so far: every request understood (the last 1,024 of them), and bytes that belonged to none.
+    // What was received so far: the requests understood (the last 1,024), and the number of bytes that belonged to
+    // none.
     std::vector<board_request> requests() const;
     std::size_t stray_bytes() const;
 
   private:
     class impl;
-    std::shared_ptr<impl> impl_; // shared with delayed output, which may outlive the board by the step it is in
+    std::shared_ptr<impl> impl_; // shared with delayed output, which may outlive the board by one step
 };
 
 } // namespace jorvet::sim

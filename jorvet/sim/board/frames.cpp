@@ -14,7 +14,7 @@ void append_word(byte_vector& out, std::size_t word) {
     out.push_back(static_cast<std::uint8_t>(word));
 }
 
-// What replies and events have in common behind their first fields; the frame begins at `begin`.
+// Appends the fields that replies and events have in common; the frame begins at `begin`.
 void append_rest(byte_vector& out, std::size_t begin, std::uint16_t status, const byte_vector& data,
                  crc_trailer trailer) {
     const std::size_t length = std::min(data.size(), max_data);

@@ -1,4 +1,4 @@
-// Carrying requests out.
+// How the board carries out requests.
 #include "jorvet/sim/board/model.h"
 
 #include <algorithm>

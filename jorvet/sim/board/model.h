@@ -1,5 +1,5 @@
-// What the board knows and how it carries requests out: memory, identifiers, errors, mode, sequence number. It decides
-// and does not wait: no thread, no lock.
+// The board's state (memory, identifiers, errors, mode, sequence number) and how it carries out requests. No thread, no
+// lock.
 #pragma once
 
 #include <deque>
@@ -11,7 +11,7 @@
 
 namespace jorvet::sim {
 
-// What a request is answered with.
+// The answer to a request.
 struct board_answer {
     std::uint16_t status = 0;
     byte_vector data;
@@ -21,9 +21,9 @@ class board_model {
   public:
     explicit board_model(std::string serial_number);
 
-    // Carries `request` out and puts the answer in `answer`, whatever that held before.
+    // Carries out `request` and overwrites `answer` with the answer.
     void execute(const board_request& request, board_answer& answer);
-    // Takes note of the status word that an answer goes out with.
+    // Records the status word with which an answer is sent.
     void note_status(std::uint16_t status);
 
     std::uint8_t take_sequence() { return sequence_++; }

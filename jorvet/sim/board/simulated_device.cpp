@@ -1,4 +1,4 @@
-// Where the class of all simulated devices is at home.
+// Defines the virtual functions of the base class of simulated devices.
 #include "jorvet/sim/board/simulated_device.h"
 
 namespace jorvet::sim {

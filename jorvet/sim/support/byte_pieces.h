@@ -13,10 +13,10 @@ class byte_pieces {
     explicit byte_pieces(std::size_t capacity) : capacity_(capacity) {}
 
     bool empty() const { return pieces_.empty(); }
-    // What is left of the oldest piece.
+    // The rest of the oldest piece.
     byte_view front() const { return {pieces_.front().data() + taken_, pieces_.front().size() - taken_}; }
 
-    // Takes as many bytes as there is room for, as a piece, and gives their number.
+    // Appends as many bytes as there is room for, as one piece, and returns their number.
     std::size_t push(byte_view piece) {
         const std::size_t count = std::min(piece.count, capacity_ - size_);
         if (count > 0)

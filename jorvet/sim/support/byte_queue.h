@@ -14,7 +14,7 @@ class byte_queue {
 
     std::size_t size() const { return bytes_.size() - read_; }
 
-    // Takes as many as there is room for, and gives their number.
+    // Appends as many as there is room for, and returns their number.
     std::size_t push(const std::uint8_t* bytes, std::size_t count) {
         const std::size_t taken = std::min(count, capacity_ - size());
         if (read_ > bytes_.size() / 2) { // moves fewer bytes than have been read since the last time

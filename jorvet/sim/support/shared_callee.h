@@ -1,5 +1,5 @@
-// Something that is called from several threads and may be exchanged at any time, with no lock held during the calls.
-// Any thread may call anything, also from inside a call.
+// A target that several threads call and that may be replaced at any time; no lock is held during the calls. Any thread
+// may call anything, even from inside a call.
 #pragma once
 
 #include <algorithm>
@@ -11,8 +11,7 @@
 
 namespace jorvet::sim {
 
-// `Target` is a pointer of some kind, null for nobody; a copy of it keeps alive what it points to, as far as its kind
-// does.
+// `Target` is a pointer type, null for no target. Copies of a smart pointer keep the target alive during a call.
 template <class Target>
 class shared_callee {
   public:
@@ -24,12 +23,12 @@ class shared_callee {
             return;
         callers_.push_back(std::this_thread::get_id());
         const call_end leaving{*this};
-        const Target target = target_; // gone again before the call counts as ended
+        const Target target = target_; // destroyed before the call counts as ended
         lock.unlock();
         use(target);
     }
 
-    // Returns once no call is under way but those that this thread is in.
+    // Returns once no call is in progress except those of this thread itself.
     void replace(Target target) {
         std::unique_lock<std::mutex> lock(mutex_);
         std::swap(target_, target);
@@ -49,7 +48,7 @@ class shared_callee {
     void leave() {
         const std::lock_guard<std::mutex> lock(mutex_);
         callers_.erase(std::find(callers_.begin(), callers_.end(), std::this_thread::get_id()));
-        idle_.notify_all(); // under the lock: whoever waits may destroy this object next
+        idle_.notify_all(); // under the lock, because the waiting thread may destroy this object next
     }
 
     std::mutex mutex_;

@@ -1,5 +1,5 @@
-// Tasks that run later, in the order of their due times (equal ones in the order of coming), on one thread that starts
-// with the first of them. Any thread may call anything.
+// Tasks that run later, in the order of their due times (equal ones in the order of arrival), on one thread that starts
+// with the first task. Any thread may call anything.
 #pragma once
 
 #include <chrono>
@@ -19,11 +19,11 @@ class task_timeline {
     task_timeline(const task_timeline&) = delete;
     task_timeline& operator=(const task_timeline&) = delete;
 
-    // Has the thread run `task` as soon as `due` has come; drops it after stop(). std::system_error when the thread
-    // could not be had.
+    // Runs `task` on the thread once `due` has been reached; drops it after stop(). Throws std::system_error when the
+    // thread cannot be created.
     void run_at(clock::time_point due, task_function task);
     // Drops the tasks that have not begun and waits for the one that runs. Called by a task, it does not wait: that
-    // task ends by itself, and may outlive the timeline.
+    // task may outlive the timeline.
     void stop();
     bool on_own_thread() const;
 

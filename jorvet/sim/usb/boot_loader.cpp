@@ -1,4 +1,4 @@
-// The boot loader's requests, and the manners of the memories behind them.
+// The boot loader's requests, and how the memories behind them behave.
 #include "jorvet/sim/usb/boot_loader.h"
 
 #include <algorithm>

@@ -1,6 +1,5 @@
-// What a simulated USB controller without firmware does: its boot loader, which takes vendor requests, and the memories
-// that it reaches. A controller asks it as its control handler; it knows nothing of the controller. Any thread may call
-// anything.
+// The boot loader of a simulated USB controller without firmware, which takes vendor requests, and the memories behind
+// it. A controller calls it as its control handler; it knows nothing of the controller. Any thread may call anything.
 //
 //   request            to the device                               from the device
 //   0xA0, address      writes RAM; without data: starts a program  reads RAM
@@ -9,10 +8,10 @@
 //   0xC4, sector       erases it, wValue 1                         1 byte: 1 while the erasing goes on, else 0
 //
 // An address has its low half in wValue and its high half in wIndex; pages of 256 bytes and sectors of 64 KiB are in
-// wIndex, and wValue is 0. (*) wValue selects one of eight EEPROMs, wIndex is the address in it; addresses come round
-// at its end. The loader hands an EEPROM one page's worth at a time, and the EEPROM keeps within the page: data that do
-// not begin on a page boundary come round in each page. Programming can only clear bits. A flash that erases answers
-// nothing but how far it is. What is out of range, or not in the table, is stalled.
+// wIndex, and wValue is 0. (*) wValue selects one of eight EEPROMs, wIndex is the address in it; addresses wrap at its
+// end. The loader writes an EEPROM in pieces of one page, and the EEPROM stays within the page: data that do not begin
+// on a page boundary wrap in each page. Programming can only clear bits. While a flash is erasing it answers only the
+// request for its progress. Requests that are out of range, or not in the table, are stalled.
 #pragma once
 
 #include <cstddef>
@@ -34,7 +33,7 @@ class JV_SIM_API sparse_memory {
     explicit sparse_memory(std::uint8_t untouched) : untouched_(untouched) {}
     std::uint8_t get(std::uint32_t address) const;
     std::uint8_t& at(std::uint32_t address);
-    byte_vector get(std::uint32_t address, std::size_t count) const; // goes on at 0 behind the last address
+    byte_vector get(std::uint32_t address, std::size_t count) const; // wraps to 0 after the last address
 
   private:
     std::map<std::uint32_t, byte_vector> blocks_; // by the high half of the address
@@ -54,7 +53,7 @@ class JV_SIM_API fx3_boot_loader {
 
     explicit fx3_boot_loader(const boot_loader_options& options = {});
 
-    // As control_handler: the data for the host, or nothing for a stall.
+    // A control_handler: returns the data for the host, or nothing for a stall.
     std::optional<byte_vector> answer(const ports::usb_setup& setup, const byte_vector& data_to_device);
 
     // The nth vendor request from now (1: the next) is stalled, and all after it with `always`.
@@ -63,7 +62,7 @@ class JV_SIM_API fx3_boot_loader {
     void corrupt_readback(unsigned reads = for_ever);
     void never_end_erasing();
 
-    // For a test to look at.
+    // For tests.
     byte_vector ram(std::uint32_t address, std::size_t count) const;
     byte_vector eeprom(unsigned select, std::uint16_t address, std::size_t count) const; // EEPROMs lie 64 KiB apart
     byte_vector spi(std::uint32_t address, std::size_t count) const;
@@ -88,7 +87,7 @@ class JV_SIM_API fx3_boot_loader {
     sparse_memory eeproms_{0xFF};
     sparse_memory spi_{0xFF};
     std::vector<std::uint32_t> programs_;
-    unsigned busy_polls_ = 0; // of the erasing under way
+    unsigned busy_polls_ = 0; // of the erasure in progress
     bool erases_for_ever_ = false;
     unsigned fails_in_ = 0; // 0: not at all
     bool fails_always_ = false;

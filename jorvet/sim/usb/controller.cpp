@@ -72,8 +72,8 @@ void simulated_controller::set_trace(trace_function trace) {
 
 // True when this call did it.
 bool simulated_controller::leave_bus() {
-    // The device list may hold the last reference: it goes when this function is through, which is then the
-    // controller's end, possibly on the board's own thread.
+    // The device list may hold the last reference. This one keeps the controller alive until the function returns; then
+    // the controller is destroyed, possibly on the board's own thread.
     const std::shared_ptr<simulated_controller> self = weak_from_this().lock();
     {
         const state_lock lock(impl_->mutex);
@@ -81,7 +81,7 @@ bool simulated_controller::leave_bus() {
             return false;
         impl_->to_host_queue.clear();
     }
-    if (self) // before transfers end as gone, or who looks for the device then would still find it
+    if (self) // before transfers end as gone, so that nobody still finds the device after that
         ports::detach(self);
     const state_lock lock(impl_->mutex);
     impl_->end_all(usb_end::gone);
@@ -223,8 +223,7 @@ port_status simulated_controller::cycle_port() {
 void simulated_controller::to_host(const std::uint8_t* bytes, std::size_t count) {
     if (!plugged_in())
         return;
-    const std::shared_ptr<controller_core> self =
-        impl_; // the trace may pull the plug, and that may be the end of this object
+    const std::shared_ptr<controller_core> self = impl_; // the trace may pull the plug, which may destroy this object
     self->trace.call(link_direction::to_host, bytes, count);
     self->to_host({bytes, count});
 }

@@ -25,20 +25,20 @@ class JV_SIM_API simulated_controller final : public ports::usb_port,
                                               public std::enable_shared_from_this<simulated_controller>,
                                               private board_link {
   public:
-    // Makes a controller with a board and plugs it in. It stays plugged in until unplug(), also when the pointer goes.
+    // Makes a controller with a board and plugs it in. It stays plugged in until unplug(), even without the pointer.
     static std::shared_ptr<simulated_controller> plug_in(const controller_options& options = {});
     ~simulated_controller() override;
 
     controller_state state() const;
     void refuse_open(bool refuse);
     // Whether the board sends a zero-length packet after a piece that fills its last packet, so that the piece ends its
-    // transfer. It does so at first. If it does not, the transfer stays pending and continues with the next piece.
+    // transfer. Initially it does. If it does not, the transfer stays pending and continues with the next piece.
     void send_zero_length_packets(bool send);
-    // How one transfer on an endpoint (0: control) goes: the oldest pending one that has no plan yet, or else the next
-    // to be started that has none.
+    // How one transfer on an endpoint (0: control) is changed: the oldest pending one that has no plan yet, or else the
+    // next to be started that has none.
     void plan_transfer(std::uint8_t endpoint, const transfer_plan& plan);
     // In place of the boot loader. Without either, vendor and class requests are stalled. Returns once no call of the
-    // handler before is under way.
+    // previous handler is in progress.
     void set_control_handler(control_handler handler);
     std::shared_ptr<fx3_boot_loader> boot_loader() const; // that of the options
 

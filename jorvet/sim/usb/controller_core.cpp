@@ -90,7 +90,7 @@ void controller_core::serve_all(state_lock& lock) {
         serve(lock, address);
 }
 
-// Ends transfers with what waits and then with what arrives, and takes that off `arriving`.
+// Ends transfers with the waiting bytes and then with `arriving`, and removes what it used from both.
 void controller_core::serve_inbound(simulated_endpoint& endpoint, byte_view& arriving) {
     const bool from_board = &endpoint == model.board_in();
     while (!suspended()) {
@@ -106,13 +106,14 @@ void controller_core::serve_inbound(simulated_endpoint& endpoint, byte_view& arr
     }
 }
 
-// Has the device take what it takes of the oldest transfer. False when that brought nothing forward.
+// Lets the device take bytes of the oldest transfer. False when that made no progress.
 bool controller_core::serve_outbound(state_lock& lock, simulated_endpoint& endpoint) {
     std::optional<started_transfer> transfer = suspended() ? std::nullopt : endpoint.take(clock::now());
     if (!transfer)
         return false;
     const std::size_t limit = transfer->limit();
-    const std::size_t wanted = limit - std::min(limit, transfer->moved); // a plan may have come after some had moved
+    const std::size_t wanted =
+        limit - std::min(limit, transfer->moved); // a plan may have arrived after some bytes had moved
     const bool to_board = &endpoint == model.board_out();
     const std::size_t count = to_board ? std::min(wanted, allowance.value_or(wanted)) : wanted;
     if (to_board && count > 0)

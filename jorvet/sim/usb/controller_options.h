@@ -1,4 +1,4 @@
-// How a simulated controller is made, and what can be seen of it.
+// The options of a simulated controller, and its state as tests see it.
 #pragma once
 
 #include <functional>
@@ -35,7 +35,7 @@ struct controller_options {
 using control_handler =
     std::function<std::optional<byte_vector>(const ports::usb_setup& setup, const byte_vector& data_to_device)>;
 
-// For tests to look at.
+// For tests.
 struct controller_state {
     unsigned opens = 0;   // so far
     unsigned handles = 0; // open now

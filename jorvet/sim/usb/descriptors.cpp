@@ -1,4 +1,4 @@
-// Building descriptors: fields in the order of the bus, lengths and counts filled in behind them.
+// Building descriptors: fields in the order of the bus, lengths and counts filled in afterwards.
 #include "jorvet/sim/usb/descriptors.h"
 
 #include <algorithm>
@@ -20,7 +20,7 @@ struct speed_facts {
     std::uint8_t packet_size_0; // at SuperSpeed the exponent of 2
     std::uint16_t bulk, interrupt, isochronous;
     std::uint8_t interval;
-    std::uint8_t bulk_burst; // packets of a burst but one; only at SuperSpeed
+    std::uint8_t bulk_burst; // packets of a burst minus one; only at SuperSpeed
 };
 
 const speed_facts& facts_of(usb_speed speed) {
@@ -38,7 +38,7 @@ const speed_facts& facts_of(usb_speed speed) {
     return super;
 }
 
-// Descriptors behind one another. Each begins with its length and its type.
+// A sequence of descriptors. Each begins with its length and its type.
 class descriptor_builder {
   public:
     descriptor_builder& begin(std::uint8_t type) {
@@ -60,7 +60,7 @@ class descriptor_builder {
     void count(std::size_t field) { ++bytes_[field]; }
     std::size_t size() const { return bytes_.size(); }
     byte_vector take() { return std::move(bytes_); }
-    // Gives all, with the length of all in the third and fourth byte.
+    // Returns all of them, with the total length in the third and fourth byte.
     byte_vector take_with_total() {
         bytes_[usb::total_length] = static_cast<std::uint8_t>(bytes_.size());
         bytes_[usb::total_length + 1] = static_cast<std::uint8_t>(bytes_.size() >> 8);
@@ -82,7 +82,7 @@ byte_vector device_descriptor(const speed_facts& facts, std::uint16_t vendor_id,
     return builder.take();
 }
 
-// The interface of the board in one alternate setting after the other.
+// The interface of the board, one alternate setting after the other.
 class settings_builder {
   public:
     explicit settings_builder(const speed_facts& facts) : facts_(facts) {

@@ -13,7 +13,7 @@ struct usb_language {
     std::vector<std::u16string> texts; // of the string indices from 1 on; cut after 126 characters on the bus
 };
 
-// What a device answers requests for its descriptors with: each whole, as it is on the bus.
+// A device's descriptors, each complete as it is sent on the bus.
 struct usb_descriptors {
     byte_vector device;
     std::vector<byte_vector> configurations;

@@ -15,7 +15,7 @@ constexpr std::uint8_t number_mask = 0x0F;
 constexpr std::size_t numbers = 16;
 constexpr std::size_t longest_string = 126; // characters
 
-// Calls `use` for each descriptor of a configuration as far as they are whole, with the one behind it or null.
+// Calls `use` for each descriptor of a configuration as long as they are complete, with the one after it or null.
 template <class Use>
 void for_each_descriptor(const byte_vector& bytes, Use use) {
     const auto at = [&](std::size_t place) -> const std::uint8_t* {
@@ -31,7 +31,7 @@ bool is(const std::uint8_t* descriptor, usb::descriptor_type type, std::size_t s
 }
 
 // Calls `use` for each endpoint descriptor of an alternate setting of the first interface, with its companion or null.
-// Gives whether there is such a setting.
+// Returns whether there is such a setting.
 template <class Use>
 bool for_each_endpoint_of(const byte_vector& configuration, std::uint16_t setting, Use use) {
     std::optional<std::uint8_t> first_interface;
@@ -195,7 +195,7 @@ std::optional<byte_vector> usb_device_model::descriptor(unsigned type, std::size
     }
 }
 
-// Index 0 is the table of languages, whatever language it is asked for in.
+// Index 0 is the table of languages, whatever language is asked for.
 std::optional<byte_vector> usb_device_model::string(std::size_t index, std::uint16_t language) const {
     const auto& languages = descriptors_.languages;
     if (index == 0) {

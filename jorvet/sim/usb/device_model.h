@@ -1,4 +1,4 @@
-// The simulated controller as the bus knows it: its descriptors, its configuration and alternate setting, its
+// The simulated controller as seen from the bus: its descriptors, its configuration and alternate setting, its
 // endpoints, and its answers to the standard requests. No thread, no lock.
 #pragma once
 
@@ -15,18 +15,18 @@ class usb_device_model {
 
     // The endpoint with that address (0: control), null when the selected setting has none.
     simulated_endpoint* find(std::uint8_t address);
-    // The place of an endpoint, which it may have in another setting.
+    // The endpoint object for an address, even when the selected setting lacks that endpoint.
     simulated_endpoint& place_of(std::uint8_t address);
     // The first bulk endpoint of each direction, null when there is none.
     simulated_endpoint* board_in() const { return board_in_; }
     simulated_endpoint* board_out() const { return board_out_; }
 
     std::uint8_t alternate() const { return alternate_; }
-    // Selects a setting of the first interface; what is pending on its endpoints ends as cancelled, what was halted is
-    // not any more. False when there is no such setting.
+    // Selects a setting of the first interface; pending transfers on its endpoints end as cancelled, and halts are
+    // cleared. False when there is no such setting.
     bool select_alternate(std::uint8_t setting);
 
-    // Carries a standard request out. The data for the host, as far as they go; nothing for a stall.
+    // Carries out a standard request. Returns the data for the host, cut to the requested length; nothing for a stall.
     std::optional<byte_vector> answer(const ports::usb_setup& setup);
 
     // The addresses that endpoints may have, 0 among them.
@@ -44,7 +44,7 @@ class usb_device_model {
     const usb_descriptors descriptors_;
     const byte_vector* configuration_ = nullptr; // the selected one, null for none
     std::uint8_t alternate_ = 0;
-    std::array<simulated_endpoint, 32> endpoints_; // by number, those from the device behind the others
+    std::array<simulated_endpoint, 32> endpoints_; // by number, those from the device after the others
     simulated_endpoint* board_in_ = nullptr;
     simulated_endpoint* board_out_ = nullptr;
 };

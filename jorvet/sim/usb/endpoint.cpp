@@ -83,7 +83,7 @@ bool simulated_endpoint::keep_bytes(std::uint64_t id) {
     return true;
 }
 
-// The oldest transfer, if it may go.
+// The oldest transfer, if it is due.
 const started_transfer* simulated_endpoint::oldest(time_point now) const {
     if (pending_.empty() || taken_)
         return nullptr;
@@ -92,7 +92,7 @@ const started_transfer* simulated_endpoint::oldest(time_point now) const {
     return waits ? nullptr : &transfer;
 }
 
-// What moves if the device has enough of it.
+// How many bytes move if the device has enough of them.
 std::size_t simulated_endpoint::limit_of(const started_transfer& transfer) const {
     const bool in_packets = kind_ == endpoint_kind::isochronous;
     return in_packets ? std::min(transfer.limit(), transfer.packets * packet_size_) : transfer.limit();
@@ -152,7 +152,7 @@ void simulated_endpoint::end(const started_transfer& transfer, usb_end end, byte
         set_halted(true);
 }
 
-// Packets are full but for the last one with bytes.
+// All packets are full except the last one with bytes.
 std::vector<usb_packet> simulated_endpoint::records_of(const started_transfer& transfer, usb_end end,
                                                        std::size_t count) const {
     std::vector<usb_packet> records(kind_ == endpoint_kind::isochronous ? transfer.packets : 0);

@@ -17,10 +17,10 @@ struct started_transfer {
     ports::usb_setup setup; // of a control transfer
     std::size_t length = 0;
     std::size_t packets = 0;
-    byte_view rest; // to the device: what it has not taken yet, in the caller's memory or in `copy`
+    byte_view rest; // to the device: bytes not taken yet, in the caller's memory or in `copy`
     byte_vector copy;
     std::size_t moved = 0; // to the device
-    byte_vector received;  // from the device, while the transfer goes on after full packets
+    byte_vector received;  // from the device, while the transfer continues after full packets
     transfer_plan plan;
     bool planned = false;
     std::optional<time_point> due; // nothing happens before
@@ -40,18 +40,17 @@ class simulated_endpoint {
     bool exists() const { return exists_; }
     endpoint_kind kind() const { return kind_; }
 
-    // Both give when the transfer is due that has got a plan with a delay from now on.
+    // Both return when the transfer that now has a plan with a delay is due.
     std::optional<time_point> start(started_transfer transfer, time_point now);
     std::optional<time_point> add_plan(const transfer_plan& plan, time_point now);
-    // Has a transfer keep bytes of its own, no more those of the caller. False when it is not pending.
+    // Copies a transfer's bytes, so that it no longer refers to the caller's. False when it is not pending.
     bool keep_bytes(std::uint64_t id);
 
-    // Ends the oldest transfer, from the device, with the beginning of `bytes` or with what its plan says. Gives how
+    // Ends the oldest transfer, from the device, with the beginning of `bytes` or with what its plan says. Returns how
     // many of `bytes` it took; nothing when the transfer stays pending or there is none.
     std::optional<std::size_t> end_inbound(byte_view bytes, time_point now, bool until_short_packet);
-    // Takes the oldest transfer out, for the time that the device works on it; nothing when there is none, when it
-    // stays pending, or while another is out. It goes on to end() or back; coming back after end_all(), it ends
-    // likewise.
+    // Takes out the oldest transfer while the device works on it; nothing when there is none, when it stays pending, or
+    // while another is out. It must be passed to end() or put back; put back after end_all(), it ends in the same way.
     std::optional<started_transfer> take(time_point now);
     void put_back(started_transfer transfer);
     void end(const started_transfer& transfer, ports::usb_end end, byte_view data = {});

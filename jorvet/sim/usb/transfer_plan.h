@@ -12,8 +12,8 @@ namespace jorvet::sim {
 struct transfer_plan {
     // `stalled` halts a bulk or interrupt endpoint until it is reset: its later transfers end as stalled, too.
     ports::usb_end end = ports::usb_end::ok;
-    // The transfer ends after so many bytes have moved; a transfer from the device ends at the latest with the next
-    // piece. Without it, an end other than ok comes at once and without bytes.
+    // The transfer ends after so many bytes have moved; a transfer from the device ends with the next piece at the
+    // latest. Without it, an end other than ok comes at once, without bytes.
     std::optional<std::size_t> after;
     bool silent = false; // stays pending until the host ends it
     // Sent by the device at once instead of its own data; babble if it is more than there is room for. On endpoint 0:

@@ -1,6 +1,6 @@
-// Windows gives a program that asks for FTD2XX.dll the one that the process has loaded already, wherever that lies. So
+// A program that asks Windows for FTD2XX.dll gets the one that the process has loaded already, whatever its folder. So
 // the one in the folder `simulation` beside this DLL, which forwards to this DLL, is loaded first; programs that plug
-// nothing in get the real driver's.
+// nothing in get that of the real driver.
 #include "jorvet/sim/windows/driver_library.h"
 
 #include <stdexcept>
