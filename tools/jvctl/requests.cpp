@@ -12,7 +12,7 @@ using size = unsigned short;
 template <typename... Arguments>
 using function = unsigned int(JV_CALL*)(CJorvet*, Arguments..., bool);
 
-// Each signature once: what it takes and brings, and how it is called.
+// Each signature once: what it takes and returns, and how it is called.
 constexpr request_shape shape(function<byte>) {
     return {1, false, false};
 }
@@ -57,8 +57,8 @@ struct call {
 
 } // namespace
 
-const std::array<request, 11>& requests() {
-    static const std::array<request, 11> table{{
+const std::vector<request>& requests() {
+    static const std::vector<request> table{
         {"read-memory", "Have the board read its memory (only the status is handed back)", 0, "0x00 0x10 4",
          JVReadMemoryRq},
         {"read-by-id", "Read what an identifier holds", 0, "0x00 0x01", JVReadByIdRq},
@@ -73,7 +73,7 @@ const std::array<request, 11>& requests() {
         {"reset", "Reset the board", 0, "", JVResetRq},
         {"set-mode", "Set the board's mode", 1, "1", JVSetModeRq},
         {"get-mode", "Ask for the board's mode", 0, "", JVGetModeRq, true},
-    }};
+    };
     return table;
 }
 

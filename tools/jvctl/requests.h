@@ -1,9 +1,9 @@
 // The requests as one table: their names, what they take and return, and the library's function behind each.
 #pragma once
 
-#include <array>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "jorvet/api/jorvet_api.h"
 #include "text.h"
@@ -16,7 +16,7 @@ struct request_input {
     bool with_crc = false;
 };
 
-// What a request takes and brings back, told by the signature of its function.
+// What a request takes and returns, derived from the signature of its function.
 struct request_shape {
     unsigned int parameters; // of p1, p2, p3
     bool takes_data;
@@ -36,19 +36,19 @@ using request_function = std::variant< //
 struct request {
     const char* name;
     const char* summary;
-    unsigned int required; // so many parameters must be given, the others are 0 when left out
+    unsigned int required; // number of parameters that must be given; the others are 0 when left out
     const char* example;   // its arguments
     request_function function;
-    bool teaches_mode = false; // the library keeps the mode that the reply tells
+    bool teaches_mode = false; // the library learns the board's mode from the reply
 };
 
-const std::array<request, 11>& requests();
+const std::vector<request>& requests();
 // The one of that name, which must exist.
 const request& request_named(const std::string& name);
 
 request_shape shape_of(const request& r);
 
-// Issues it and returns its status; `*reply` becomes the data that the reply brought, empty when none came. Blocks as
+// Issues it and returns its status; `*reply` becomes the data of the reply, empty when none came. Blocks as
 // the request does.
 unsigned int send(const request& r, CJorvet* board, request_input input, bytes* reply);
 
