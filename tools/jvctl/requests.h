@@ -1,6 +1,7 @@
 // The requests as one table: their names, what they take and return, and the library's function behind each.
 #pragma once
 
+#include <array>
 #include <string>
 #include <variant>
 #include <vector>
