@@ -6,8 +6,8 @@
  *
  * Results are the status codes of jorvet/base/status.h, 0 (JV_OK) for success; jv_status_name and jv_status_text give
  * each a name and a line of text. No function throws. Besides the codes listed with each function, any function that
- * returns a status returns JV_ERR_NO_COM for a null instance or one without a link, and JV_ERR_NO_RESOURCES when memory,
- * a thread or a kernel object cannot be allocated.
+ * returns a status returns JV_ERR_NO_COM for a null instance or one without a link, and JV_ERR_NO_RESOURCES when
+ * memory, a thread or a kernel object cannot be allocated.
  *
  * Threads: requests may be issued on one instance from several threads at once; they run one at a time. JVConnect,
  * JVDisconnect and JVCloseInstance must not overlap any other call on the same instance. Calls on different instances
@@ -29,8 +29,8 @@
  * request, so a reply that arrives during the next request is taken as that one's. Wait for the board to fall silent,
  * or disconnect and connect, before a request whose answer matters.
  *
- * Time: an FTDI bridge runs at 115,200 baud, 11,520 bytes a second each way. A frame must leave within the 100 ms of the
- * write time-out, which is time for 1,152 bytes plus what the bridge buffers; a longer one may end with
+ * Time: an FTDI bridge runs at 115,200 baud, 11,520 bytes a second each way. A frame must leave within the 100 ms of
+ * the write time-out, which is time for 1,152 bytes plus what the bridge buffers; a longer one may end with
  * JV_ERR_FTDI_SHORT_WRITE, part of it sent. A reply with its full 65,535 bytes takes 5.7 s on that line and so never
  * arrives within the one-second reply time-out, in which 11,520 bytes fit. */
 #ifndef JORVET_API_JORVET_API_H
@@ -96,8 +96,8 @@ JV_API bool JV_CALL JVIsOpen(CJorvet* instance);
 JV_API void* JV_CALL JVGetComHandle(CJorvet* instance);
 
 /* Describes the device that the instance opened last, by its record at that moment; a record of no device (com_type
- * JV_KIND_NONE) before. While a Cypress device is open, that is such a record, too, with in_use 1. `info` is not touched
- * when the instance is null or has no link. */
+ * JV_KIND_NONE) before. While a Cypress device is open, that is such a record, too, with in_use 1. `info` is not
+ * touched when the instance is null or has no link. */
 JV_API void JV_CALL JVGetComInfo(CJorvet* instance, COM_INFO* info);
 
 /* Lists what is attached: all FTDI bridges, then all Cypress devices, one record each from `list` on, and their number
@@ -120,8 +120,8 @@ JV_API void JV_CALL JVGetComInfoList(COM_INFO* list, unsigned char* count);
  * cancel the transfer) and for the reply time-out.
  *
  * `data` holds `length` bytes to send. `out_data` receives the data of the reply and `*out_length` their number: there
- * is no capacity argument, and a reply carries up to 65,535 bytes. Both are written only when a reply came, whatever its
- * status. Requests without these two parameters return the status alone; the data of their replies are dropped. */
+ * is no capacity argument, and a reply carries up to 65,535 bytes. Both are written only when a reply came, whatever
+ * its status. Requests without these two parameters return the status alone; the data of their replies are dropped. */
 JV_API unsigned int JV_CALL JVReadMemoryRq(CJorvet* instance, unsigned char p1, unsigned char p2, unsigned char p3,
                                            bool with_crc);
 JV_API unsigned int JV_CALL JVReadByIdRq(CJorvet* instance, unsigned char p1, unsigned char p2, unsigned char p3,

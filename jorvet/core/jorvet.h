@@ -1,5 +1,6 @@
 // CJorvet: the instance through which an application talks to one board. It owns the link, the background thread that
-// receives, and the two queues of received frames. The C functions of jorvet/api/jorvet_api.h are thin wrappers around it.
+// receives, and the two queues of received frames. The C functions of jorvet/api/jorvet_api.h are thin wrappers around
+// it.
 //
 // Statuses are the codes of jorvet/base/status.h, 0 for success. Threads: connect, disconnect and destruction must not
 // overlap any other call on the instance; everything else may run on any thread, several at once.
@@ -34,9 +35,9 @@ class JV_API CJorvet {
     CJorvet& operator=(const CJorvet&) = delete;
 
     // Opens the device at place `index` of the link's own list and starts receiving; a connected instance is
-    // disconnected first. JV_ERR_NO_COM without a link; otherwise what the link's load or open_by_index returns (a device
-    // that opened, but could not be configured, stays open: disconnect closes it). Throws boost::thread_resource_error
-    // when a thread or a kernel object cannot be created; the device stays open then, too.
+    // disconnected first. JV_ERR_NO_COM without a link; otherwise what the link's load or open_by_index returns (a
+    // device that opened, but could not be configured, stays open: disconnect closes it). Throws
+    // boost::thread_resource_error when a thread or a kernel object cannot be created; the device stays open then, too.
     unsigned int connect(unsigned char index);
     // The same over a network. A connected instance is disconnected first, even though the answer is
     // JV_ERR_NOT_SUPPORTED with every link of this library.

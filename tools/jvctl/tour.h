@@ -33,7 +33,8 @@ class tour {
         bool right;
     };
 
-    // Plugs the boards in; `chosen` names one kind of link. Throws std::runtime_error when resources cannot be allocated.
+    // Plugs the boards in; `chosen` names one kind of link. Throws std::runtime_error when resources cannot be
+    // allocated.
     tour(const settings& chosen, std::ostream& out);
 
     // Goes through the chapters, up to the first one in which something was wrong. Throws usage_error for a script line
