@@ -23,12 +23,16 @@
 #endif
 #define JV_PLATFORM_API JV_SIM_API
 #define JV_D2XX_API
+#define JV_STAND_IN(name)
 #else
 #define JV_CALL
 #define JV_API __attribute__((visibility("default")))
 #define JV_PLATFORM_API JV_API
 #define JV_D2XX_API JV_API
 #define JV_SIM_API JV_API
+/* The name under which the linker knows a function that stands in for one of the system or of a driver: the process may
+ * hold another library that has the plain name. */
+#define JV_STAND_IN(name) __asm__("jorvet_" #name)
 #endif
 
 #endif

@@ -62,39 +62,39 @@ struct SECURITY_ATTRIBUTES;
 extern "C" {
 
 // The calling thread's last error; 0 in a new thread. Never fails, never blocks.
-JV_PLATFORM_API DWORD GetLastError();
+JV_PLATFORM_API DWORD GetLastError() JV_STAND_IN(GetLastError);
 // Sets the calling thread's last error.
-JV_PLATFORM_API void SetLastError(DWORD error);
+JV_PLATFORM_API void SetLastError(DWORD error) JV_STAND_IN(SetLastError);
 
 // Makes an event object: auto-reset when `manual_reset` is FALSE (one wait takes the signal), signalled at once when
 // `initial_state` is TRUE. `attributes` and `name` must be null: events here belong to one process and have no names.
 // Returns a handle that CloseHandle releases, or null with the last error ERROR_NOT_ENOUGH_MEMORY (no memory) or
 // ERROR_INVALID_PARAMETER (attributes, or a name other than the empty text). The last error becomes 0 on success.
-JV_PLATFORM_API HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL initial_state,
-                                    LPCSTR name);
+JV_PLATFORM_API HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL initial_state, LPCSTR name)
+    JV_STAND_IN(CreateEventA);
 
 // Signals an event: one waiter of an auto-reset event, present or next to come, is released. Signalling twice before a
 // wait counts once. FALSE with ERROR_INVALID_HANDLE when `event` is no open event. Never blocks.
-JV_PLATFORM_API BOOL SetEvent(HANDLE event);
+JV_PLATFORM_API BOOL SetEvent(HANDLE event) JV_STAND_IN(SetEvent);
 
 // Resets an event. FALSE with ERROR_INVALID_HANDLE as above.
-JV_PLATFORM_API BOOL ResetEvent(HANDLE event);
+JV_PLATFORM_API BOOL ResetEvent(HANDLE event) JV_STAND_IN(ResetEvent);
 
 // Waits until `object` is signalled, at most `milliseconds` (0 only tests, INFINITE waits without limit), on the
 // monotonic clock; never returns early. WAIT_OBJECT_0: signalled, and an auto-reset event is reset. WAIT_TIMEOUT: not
 // in time. WAIT_FAILED with ERROR_INVALID_HANDLE: no open event. Closing the handle meanwhile does not end the wait.
-JV_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
+JV_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) JV_STAND_IN(WaitForSingleObject);
 
 // Releases a handle. FALSE with ERROR_INVALID_HANDLE when it is not open (a second close included).
-JV_PLATFORM_API BOOL CloseHandle(HANDLE object);
+JV_PLATFORM_API BOOL CloseHandle(HANDLE object) JV_STAND_IN(CloseHandle);
 
 // A handle that means the calling thread, on whichever thread it is used; it needs no closing.
-JV_PLATFORM_API HANDLE GetCurrentThread();
+JV_PLATFORM_API HANDLE GetCurrentThread() JV_STAND_IN(GetCurrentThread);
 
 // Sets the priority of the calling thread (`thread` must be GetCurrentThread()), -15 to 15, 0 normal, as far as the
 // system permits: where it does not, the call still succeeds and the priority stays. FALSE with ERROR_INVALID_HANDLE
 // for another handle, ERROR_INVALID_PARAMETER for another priority.
-JV_PLATFORM_API BOOL SetThreadPriority(HANDLE thread, int priority);
+JV_PLATFORM_API BOOL SetThreadPriority(HANDLE thread, int priority) JV_STAND_IN(SetThreadPriority);
 
 } // extern "C"
 
@@ -201,7 +201,7 @@ extern "C" {
 // ERROR_FILE_NOT_FOUND (no such path, or the device is gone), ERROR_ACCESS_DENIED (the device refuses) or
 // ERROR_INVALID_PARAMETER.
 JV_PLATFORM_API HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
-                                   DWORD disposition, DWORD flags, HANDLE template_file);
+                                   DWORD disposition, DWORD flags, HANDLE template_file) JV_STAND_IN(CreateFileA);
 
 // Sends the request `code` to the driver of an open device, with `in_size` bytes from `in` and room for `out_size`
 // bytes at `out`; the two may be the same memory, and either may be null with size 0.
@@ -215,41 +215,46 @@ JV_PLATFORM_API HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD share, SECUR
 // ERROR_INSUFFICIENT_BUFFER (buffers that do not fit the code); ERROR_OPERATION_ABORTED (cancelled);
 // ERROR_DEVICE_NOT_CONNECTED (the device is gone: at once, also for what was pending); ERROR_GEN_FAILURE.
 JV_PLATFORM_API BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD in_size, LPVOID out, DWORD out_size,
-                                     LPDWORD returned, OVERLAPPED* record);
+                                     LPDWORD returned, OVERLAPPED* record) JV_STAND_IN(DeviceIoControl);
 
 // The outcome of the request started with `record`, whose number of bytes moved goes to `*transferred`, also when it
 // failed. TRUE: it succeeded. FALSE with ERROR_IO_INCOMPLETE: still pending, `*transferred` is left alone; with `wait`
 // TRUE it waits for the end instead, without limit, and consumes the signal of an auto-reset event. FALSE with another
 // error: that of the request, as above.
-JV_PLATFORM_API BOOL GetOverlappedResult(HANDLE device, OVERLAPPED* record, LPDWORD transferred, BOOL wait);
+JV_PLATFORM_API BOOL GetOverlappedResult(HANDLE device, OVERLAPPED* record, LPDWORD transferred, BOOL wait)
+    JV_STAND_IN(GetOverlappedResult);
 
 // Takes a snapshot of the interfaces of class `class_guid` whose devices are present (`flags` must be DIGCF_PRESENT |
 // DIGCF_DEVICEINTERFACE, `enumerator` and `parent` null). Returns a set that SetupDiDestroyDeviceInfoList releases and
 // that later arrivals and removals do not change, or INVALID_HANDLE_VALUE with the last error.
-JV_PLATFORM_API HDEVINFO SetupDiGetClassDevsA(const GUID* class_guid, LPCSTR enumerator, HWND parent, DWORD flags);
+JV_PLATFORM_API HDEVINFO SetupDiGetClassDevsA(const GUID* class_guid, LPCSTR enumerator, HWND parent, DWORD flags)
+    JV_STAND_IN(SetupDiGetClassDevsA);
 
 // Member number `index` (0 first) of the set, into `*data`, whose cbSize the caller has filled. `device` is null. FALSE
 // with ERROR_NO_MORE_ITEMS past the end, with another error when this member cannot be read; `*data` is then undefined.
 JV_PLATFORM_API BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* device, const GUID* class_guid,
-                                                 DWORD index, SP_DEVICE_INTERFACE_DATA* data);
+                                                 DWORD index, SP_DEVICE_INTERFACE_DATA* data)
+    JV_STAND_IN(SetupDiEnumDeviceInterfaces);
 
 // The path of a member of the set. `*required` (if not null) becomes the bytes needed: those before DevicePath, the
 // path and its terminating zero. With `detail` null or `size` below that: FALSE with ERROR_INSUFFICIENT_BUFFER.
 // Otherwise the path is written (the caller has filled `detail->cbSize`) and `*device`, if not null, with it.
 JV_PLATFORM_API BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* data,
                                                       SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail, DWORD size,
-                                                      LPDWORD required, SP_DEVINFO_DATA* device);
+                                                      LPDWORD required, SP_DEVINFO_DATA* device)
+    JV_STAND_IN(SetupDiGetDeviceInterfaceDetailA);
 
 // Releases a set. FALSE with ERROR_INVALID_HANDLE when it is none.
-JV_PLATFORM_API BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set);
+JV_PLATFORM_API BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set) JV_STAND_IN(SetupDiDestroyDeviceInfoList);
 
 // Registers a window for device events: `filter` is one of the DEV_BROADCAST_ records, copied by the call; `flags` is
 // DEVICE_NOTIFY_WINDOW_HANDLE. Returns a registration that UnregisterDeviceNotification releases, or null with
 // ERROR_INVALID_PARAMETER (no window, or an unknown record) or ERROR_INVALID_HANDLE (no open device).
-JV_PLATFORM_API HDEVNOTIFY RegisterDeviceNotificationA(HANDLE window, LPVOID filter, DWORD flags);
+JV_PLATFORM_API HDEVNOTIFY RegisterDeviceNotificationA(HANDLE window, LPVOID filter, DWORD flags)
+    JV_STAND_IN(RegisterDeviceNotificationA);
 
 // Ends a registration. FALSE with ERROR_INVALID_HANDLE when it is none (a second time included).
-JV_PLATFORM_API BOOL UnregisterDeviceNotification(HDEVNOTIFY registration);
+JV_PLATFORM_API BOOL UnregisterDeviceNotification(HDEVNOTIFY registration) JV_STAND_IN(UnregisterDeviceNotification);
 
 } // extern "C"
 

@@ -1,5 +1,6 @@
 // The D2XX functions over simulated bridges: what the library itself never does with them.
 #include <future>
+#include <new>
 
 #include <gtest/gtest.h>
 
@@ -8,6 +9,29 @@
 
 namespace jorvet::sim {
 namespace {
+
+// A bridge whose opening does what the test says; everything else succeeds at once.
+class scripted_bridge final : public ports::bridge_port {
+  public:
+    std::function<void()> on_open = [] {};
+
+    ports::bridge_identity identity() const override { return {"scripted", "", 0, 0, 0}; }
+    ports::port_status open(std::function<void()>) override { return on_open(), ok; }
+    void close() override {}
+    ports::port_status set_baud_rate(std::uint32_t) override { return ok; }
+    ports::port_status set_data_format(unsigned, unsigned, unsigned) override { return ok; }
+    ports::port_status set_flow_control(unsigned, std::uint8_t, std::uint8_t) override { return ok; }
+    ports::port_status set_latency_ms(unsigned) override { return ok; }
+    ports::port_status set_transfer_sizes(std::uint32_t, std::uint32_t) override { return ok; }
+    ports::port_status reset() override { return ok; }
+    ports::port_status write(const std::uint8_t*, std::size_t, unsigned, std::size_t*) override { return ok; }
+    ports::port_status received(std::size_t*) override { return ok; }
+    ports::port_status read(std::uint8_t*, std::size_t, std::size_t*) override { return ok; }
+    ports::port_status purge(bool, bool) override { return ok; }
+
+  private:
+    static constexpr ports::port_status ok = ports::port_status::ok;
+};
 
 class D2xx : public ::testing::Test {
   protected:
@@ -52,6 +76,36 @@ TEST_F(D2xx, EndsABlockedTransferWithACloseOrAnUnplugging) {
     blocked = std::async(std::launch::async, read);
     second->unplug();
     EXPECT_EQ(blocked.get(), FT_IO_ERROR);
+}
+
+TEST_F(D2xx, OpensListsUsesAndClosesABridgeWhileAnotherHangsInItsOpening) {
+    const auto slow = std::make_shared<scripted_bridge>();
+    std::promise<void> begun, released;
+    slow->on_open = [&] { begun.set_value(), released.get_future().wait(); };
+    ports::attach(slow);
+    FT_HANDLE slow_handle = nullptr, other = nullptr;
+    auto opening = std::async(std::launch::async, [&] { return FT_Open(2, &slow_handle); });
+    begun.get_future().wait();
+    auto session = std::async(std::launch::async, [&] {
+        EXPECT_EQ(FT_Open(2, &other), FT_DEVICE_NOT_OPENED);
+        EXPECT_TRUE(FT_CreateDeviceInfoList(&count) == FT_OK && count == 3);
+        EXPECT_TRUE(FT_Open(0, &other) == FT_OK && FT_ResetDevice(other) == FT_OK && FT_Close(other) == FT_OK);
+    });
+    EXPECT_EQ(session.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    released.set_value();
+    EXPECT_TRUE(opening.get() == FT_OK && FT_Close(slow_handle) == FT_OK);
+    ports::detach(slow);
+}
+
+TEST_F(D2xx, FreesABridgeWhoseOpeningRanOutOfMemory) {
+    const auto poor = std::make_shared<scripted_bridge>();
+    ports::attach(poor);
+    poor->on_open = [] { throw std::bad_alloc(); };
+    FT_HANDLE opened = nullptr;
+    EXPECT_EQ(FT_Open(2, &opened), FT_INSUFFICIENT_RESOURCES);
+    poor->on_open = [] {};
+    EXPECT_TRUE(FT_Open(2, &opened) == FT_OK && FT_Close(opened) == FT_OK);
+    ports::detach(poor);
 }
 
 TEST_F(D2xx, SignalsABridgeThatIsGoneAndLeavesNothingButClosing) {

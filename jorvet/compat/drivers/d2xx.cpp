@@ -18,7 +18,8 @@ namespace {
 
 struct driver {
     handle_table<open_bridge> bridges{2};
-    std::mutex mutex; // held while a bridge is opened or closed, and guards `stock`; not taken by reads and writes
+    // Makes looking for a bridge's handle and adding one a single step; guards `stock`. Never held in a call to a port.
+    std::mutex mutex;
     std::optional<std::vector<FT_DEVICE_LIST_INFO_NODE>> stock;
 };
 
@@ -62,12 +63,24 @@ FT_HANDLE handle_of(const ports::bridge_port& port) {
     return the_driver().bridges.handle_where([&](const open_bridge& bridge) { return bridge.is_on(port); });
 }
 
+// Adds a bridge to the table, which marks its port as in use, unless that has a handle already: null then.
+FT_HANDLE reserve(const std::shared_ptr<open_bridge>& bridge) {
+    const std::lock_guard<std::mutex> lock(the_driver().mutex);
+    return handle_of(bridge->port()) == nullptr ? the_driver().bridges.add(bridge) : nullptr;
+}
+
 FT_STATUS open_port(const std::shared_ptr<ports::bridge_port>& port, FT_HANDLE* handle) {
-    if (handle_of(*port) != nullptr)
-        return FT_DEVICE_NOT_OPENED;
     const auto bridge = std::make_shared<open_bridge>(port);
-    const FT_HANDLE candidate = the_driver().bridges.add(bridge);
-    const ports::port_status status = bridge->open();
+    const FT_HANDLE candidate = reserve(bridge);
+    if (candidate == nullptr)
+        return FT_DEVICE_NOT_OPENED;
+    ports::port_status status = ports::port_status::failed;
+    try {
+        status = bridge->open();
+    } catch (...) {
+        the_driver().bridges.remove(candidate);
+        throw;
+    }
     if (status != ports::port_status::ok) {
         the_driver().bridges.remove(candidate);
         return status == ports::port_status::gone ? FT_DEVICE_NOT_FOUND : FT_DEVICE_NOT_OPENED;
@@ -124,7 +137,6 @@ FT_STATUS WINAPI FT_Open(int device, FT_HANDLE* handle) {
     return guarded(__func__, [&]() -> FT_STATUS {
         if (handle == nullptr)
             return FT_INVALID_PARAMETER;
-        const std::lock_guard<std::mutex> lock(the_driver().mutex);
         const auto ports = ports::attached_bridges();
         if (device < 0 || static_cast<std::size_t>(device) >= ports.size())
             return FT_DEVICE_NOT_FOUND;
@@ -134,11 +146,10 @@ FT_STATUS WINAPI FT_Open(int device, FT_HANDLE* handle) {
 
 FT_STATUS WINAPI FT_Close(FT_HANDLE handle) {
     return guarded(__func__, [&]() -> FT_STATUS {
-        const std::lock_guard<std::mutex> lock(the_driver().mutex);
-        const auto bridge = the_driver().bridges.remove(handle);
-        if (!bridge)
+        const auto bridge = the_driver().bridges.find(handle);
+        if (!bridge || !bridge->close())
             return FT_INVALID_HANDLE;
-        bridge->close();
+        the_driver().bridges.remove(handle); // only now may the next opener have the port
         return FT_OK;
     });
 }
@@ -259,11 +270,11 @@ FT_STATUS WINAPI FT_CreateDeviceInfoList(LPDWORD count) {
     return guarded(__func__, [&]() -> FT_STATUS {
         if (count == nullptr)
             return FT_INVALID_PARAMETER;
-        const std::lock_guard<std::mutex> lock(the_driver().mutex);
         std::vector<FT_DEVICE_LIST_INFO_NODE> nodes;
         for (const auto& port : ports::attached_bridges())
             nodes.push_back(node_for(*port));
         *count = static_cast<DWORD>(nodes.size());
+        const std::lock_guard<std::mutex> lock(the_driver().mutex);
         the_driver().stock = std::move(nodes);
         return FT_OK;
     });

@@ -23,12 +23,14 @@ ports::port_status open_bridge::open() {
     return port_->open([this] { on_notify(); });
 }
 
-void open_bridge::close() {
-    closed_ = true;
+bool open_bridge::close() {
+    if (closed_.exchange(true))
+        return false;
     wake();
     port_->close(); // ends a write, and the notifications
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait(lock, [this] { return inside_ == 0; });
+    return true;
 }
 
 bool open_bridge::enter() {

@@ -23,9 +23,10 @@ class open_bridge {
     open_bridge(const open_bridge&) = delete;
     open_bridge& operator=(const open_bridge&) = delete;
 
-    // Both once, open() first. close() ends the calls that block and returns when no call is in progress.
+    // Called once, first.
     ports::port_status open();
-    void close();
+    // Ends the calls that block and returns when no call is in progress. False, at once, when it was called before.
+    bool close();
 
     // A call on the bridge is in progress from enter() to leave(), so that close() can wait for it. False when closed:
     // leave() must not be called then.
