@@ -70,6 +70,7 @@ void CAbstractCom::forget_received() {
 unsigned int CAbstractCom::run_listening_thread(const std::function<void()>& body, int poll_ms) {
     m_listening_ready = false;
     m_listening_failure = JV_OK;
+    m_rx_failed = false;
     m_listening_thread = boost::make_shared<boost::thread>(body);
     while (!m_listening_ready)
         boost::this_thread::sleep_for(boost::chrono::milliseconds(poll_ms));

@@ -66,6 +66,10 @@ class JV_API CAbstractCom {
     // and at once while the listening thread is being stopped. For the consumer.
     bool wait_for_rx_bytes();
 
+    // Nothing will take received bytes any more: the listening thread ends, which closes an FTDI link and leaves a
+    // Cypress link open. For the consumer, when it fails; not exported.
+    void receiving_failed() { m_rx_failed = true; }
+
   protected:
     ~CAbstractCom() = default;
 
@@ -74,6 +78,7 @@ class JV_API CAbstractCom {
     std::vector<unsigned char> m_rx_buffer; // guarded by m_rx_mutex
     bool m_rx_ready = false; // bytes arrived since the last true of wait_for_rx_bytes; guarded by m_rx_mutex
     std::atomic<bool> m_rx_abort{false};     // the listening thread is being stopped
+    std::atomic<bool> m_rx_failed{false};    // the consumer has failed
     const std::int64_t m_rx_timeout = 30000; // microseconds
     boost::condition_variable m_rx_cond;     // notified after each delivery, unlocked
     boost::mutex m_rx_mutex;

@@ -161,7 +161,8 @@ unsigned int CUsbCypCom::write(void* buffer, unsigned int size) {
     auto* const bytes = static_cast<BYTE*>(buffer);
     LONG length = static_cast<LONG>(size);
     BYTE* const context = out.BeginDataXfer(bytes, length, record.get());
-    const bool ended = out.WaitForXfer(record.get(), write_wait_ms);
+    // Without a transfer, `LastError` is still that of an earlier one.
+    const bool ended = context != nullptr && out.WaitForXfer(record.get(), write_wait_ms);
     if (!ended)
         out.Abort();
     const bool finished = out.FinishDataXfer(bytes, length, record.get(), context, nullptr);
@@ -211,7 +212,7 @@ void CUsbCypCom::listening_loop() {
     try {
         if (m_device.BulkInEndPt != nullptr && m_device.BulkOutEndPt != nullptr)
             listen();
-    } catch (const std::bad_alloc&) { // going on would lose a frame
+    } catch (...) { // whatever it is, going on would lose bytes
         m_listening_failure = JV_ERR_NO_RESOURCES;
     }
     listening_ended();
@@ -244,11 +245,11 @@ void CUsbCypCom::listen() {
             in.Reset();
             in.Abort();
         }
-        if (length != 0)
+        if (length != 0 && !m_rx_failed)
             deliver_from(current, static_cast<std::size_t>(length));
         ++m_cp_listening_loop;
         current.swap(next);
-        if (failed)
+        if (failed || m_rx_failed)
             m_listening_stopped = true;
     } while (!m_listening_stopped);
 }

@@ -193,7 +193,7 @@ void CUsbFtd2xxCom::listening_loop() {
     if (prepare_listening()) {
         listening_began();
         do {
-            if (!listen_once()) {
+            if (m_rx_failed || !listen_once()) {
                 shut_down();
                 break;
             }
@@ -223,7 +223,7 @@ bool CUsbFtd2xxCom::prepare_listening() {
 }
 
 // One pass: waits for bytes and delivers them; without bytes, checks the bridge. False when the bridge has failed.
-bool CUsbFtd2xxCom::listen_once() {
+bool CUsbFtd2xxCom::listen_once() try {
     if (WaitForSingleObject(m_rx_event, listening_wait_ms) == WAIT_OBJECT_0) {
         std::size_t count = 0;
         if (!deliver_queued(count))
@@ -237,11 +237,13 @@ bool CUsbFtd2xxCom::listen_once() {
     DWORD to_send = 0;
     DWORD events = 0;
     return mapped(FT_GetStatus(m_com_handle, &received, &to_send, &events)) == JV_OK;
+} catch (...) { // whatever it is, going on would lose bytes
+    return false;
 }
 
 // Reads the bytes that the driver has, at most one delivery, straight into the end of the receive buffer. `count`
 // becomes their number; it stays 0 once a stop was requested. False when the bridge or memory fails.
-bool CUsbFtd2xxCom::deliver_queued(std::size_t& count) try {
+bool CUsbFtd2xxCom::deliver_queued(std::size_t& count) {
     boost::unique_lock<boost::mutex> lock(m_rx_mutex);
     DWORD waiting = 0;
     FT_GetQueueStatus(m_com_handle, &waiting);
@@ -256,8 +258,6 @@ bool CUsbFtd2xxCom::deliver_queued(std::size_t& count) try {
             buffer.resize(before);
         return ok;
     });
-} catch (const std::bad_alloc&) {
-    return false;
 }
 
 // The listening thread closes a link whose bridge has failed. It clears the handle last, so that a thread that sees the

@@ -11,6 +11,7 @@ namespace jorvet::compat::faults {
 namespace {
 
 std::atomic<bool> armed{false};
+std::atomic<unsigned> delay_of_answers{0};
 
 struct plan {
     std::mutex mutex;
@@ -65,6 +66,14 @@ std::optional<std::uint32_t> due(const char* function) {
     if (p.seen == p.nth || (p.from_then_on && p.seen > p.nth))
         return p.error;
     return std::nullopt;
+}
+
+void delay_answers(unsigned milliseconds) {
+    delay_of_answers = milliseconds;
+}
+
+unsigned answer_delay() {
+    return delay_of_answers.load(std::memory_order_relaxed);
 }
 
 } // namespace jorvet::compat::faults

@@ -22,6 +22,11 @@ JV_PLATFORM_API void clear();
 // How many calls have matched since the fault was armed; a sweep ends when an armed `nth` is no longer reached.
 JV_PLATFORM_API unsigned calls_seen();
 
+// From now on the driver answers each request to a USB device but bulk, interrupt and isochronous transfers so much
+// later, on another thread, as real drivers may. 0 ends that.
+JV_PLATFORM_API void delay_answers(unsigned milliseconds);
+unsigned answer_delay();
+
 // For the functions themselves: the error to fail with now, if this call is to fail.
 JV_PLATFORM_API std::optional<std::uint32_t> due(const char* function);
 

@@ -215,7 +215,8 @@ void CJorvet::m_bkgd_thread_loop() try {
         }
     }
     m_stop_thread = true;
-} catch (const std::bad_alloc&) {
+} catch (...) { // whatever it is, going on would lose frames
     m_last_status = JV_ERR_NO_RESOURCES;
+    m_com->receiving_failed();
     m_stop_thread = true;
 }

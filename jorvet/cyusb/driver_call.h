@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "jorvet/cyusb/pending_record.h"
 #include "jorvet/system/cyusb_driver.h"
 #include "jorvet/system/win32.h"
 
@@ -22,14 +23,38 @@ struct driver_answer {
     DWORD bytes; // returned by the driver; 0 unless ok
 };
 
-// Sends one request. With `record` it does not block. Leaves the thread's last error at 0 when the request has
-// completed, whatever it was before.
-inline driver_answer call_driver(HANDLE device, DWORD code, driver_buffer in, driver_buffer out,
-                                 OVERLAPPED* record = nullptr) {
+// Starts one request; does not block. Leaves the thread's last error at 0 when the request has completed, whatever it
+// was before.
+inline driver_answer start_request(HANDLE device, DWORD code, driver_buffer in, driver_buffer out, OVERLAPPED* record) {
     DWORD bytes = 0;
     SetLastError(ERROR_SUCCESS);
     const bool ok = DeviceIoControl(device, code, in.data, in.size, out.data, out.size, &bytes, record) != FALSE;
     return {ok, GetLastError(), ok ? bytes : 0};
+}
+
+// Blocks until the request of `record` has ended. Polls when its event cannot be waited for.
+inline void await_end(OVERLAPPED* record) {
+    constexpr DWORD poll_ms = 1;
+    while (!HasOverlappedIoCompleted(record))
+        if (record->hEvent == nullptr || WaitForSingleObject(record->hEvent, INFINITE) != WAIT_OBJECT_0)
+            Sleep(poll_ms);
+}
+
+// Sends one request and waits for its end. The request has a record of its own, because the handle was opened for
+// overlapped requests: without a record the system would wait for the handle, which the end of any other request
+// signals. If no event can be created, the record goes without one and is polled.
+inline driver_answer call_driver(HANDLE device, DWORD code, driver_buffer in, driver_buffer out) {
+    pending_record pending;
+    driver_answer answer = start_request(device, code, in, out, pending.get());
+    if (answer.error != ERROR_IO_PENDING)
+        return answer;
+    await_end(pending.get());
+    DWORD bytes = 0;
+    SetLastError(ERROR_SUCCESS);
+    answer.ok = GetOverlappedResult(device, pending.get(), &bytes, FALSE) != FALSE;
+    answer.error = GetLastError();
+    answer.bytes = answer.ok ? bytes : 0;
+    return answer;
 }
 
 // A transfer request block on the heap: header, then perhaps packet table, then perhaps data.

@@ -3,7 +3,12 @@
 #include "jorvet/cyusb/endpoint.h"
 
 #include <algorithm>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <vector>
 
+#include "jorvet/base/never_destroyed.h"
 #include "jorvet/cyusb/driver_call.h"
 #include "jorvet/cyusb/pending_record.h"
 
@@ -11,7 +16,8 @@ using namespace jorvet::cyusb;
 
 namespace {
 
-constexpr DWORD abort_wait_ms = 50;
+constexpr DWORD abort_wait_ms = 50;           // for the end of a transfer, before it is aborted again
+constexpr DWORD poll_ms = 1;                  // when waiting for that fails
 constexpr std::size_t max_packets = 1u << 27; // keeps the block, with table and data, below 4 GiB
 
 // Calls `action` with the endpoint as a pointer to its own class.
@@ -35,6 +41,31 @@ CCyUSBEndPoint* make(HANDLE device, const USB_ENDPOINT_DESCRIPTOR& descriptor,
 } // namespace
 
 namespace jorvet::cyusb {
+
+namespace {
+
+struct parking_lot {
+    std::mutex mutex;
+    std::size_t count = 0;
+    std::vector<BYTE*> blocks; // so that a search for leaks finds them
+};
+
+// Keeps a block that the driver may still write to, for ever.
+void park(BYTE* block) try {
+    auto& lot = never_destroyed<parking_lot>();
+    const std::lock_guard<std::mutex> lock(lot.mutex);
+    ++lot.count;
+    lot.blocks.push_back(block);
+} catch (const std::bad_alloc&) { // it is kept all the same
+}
+
+} // namespace
+
+std::size_t parked_blocks() {
+    auto& lot = never_destroyed<parking_lot>();
+    const std::lock_guard<std::mutex> lock(lot.mutex);
+    return lot.count;
+}
 
 CCyUSBEndPoint* new_endpoint(HANDLE device, const USB_ENDPOINT_DESCRIPTOR& descriptor,
                              const USB_SS_ENDPOINT_COMPANION_DESCRIPTOR* companion) {
@@ -67,6 +98,11 @@ CCyUSBEndPoint::CCyUSBEndPoint(const CCyUSBEndPoint& other)
       Interval(other.Interval), SsDescLength(other.SsDescLength), SsDescType(other.SsDescType),
       SsMaxBurst(other.SsMaxBurst), SsAttributes(other.SsAttributes), SsBytesPerInterval(other.SsBytesPerInterval),
       TimeOut(other.TimeOut), IsIn(other.IsIn), XferMode(other.XferMode) {}
+
+CCyUSBEndPoint::~CCyUSBEndPoint() {
+    if (IsPending)
+        park(StartedBlock);
+}
 
 CCyUSBEndPoint::CCyUSBEndPoint(HANDLE device, const USB_ENDPOINT_DESCRIPTOR* descriptor)
     : DeviceHandle(device), DescLength(descriptor->bLength), DescType(descriptor->bDescriptorType),
@@ -120,13 +156,14 @@ BYTE* CCyUSBEndPoint::Start(CCyXferMode mode, std::size_t packets, BYTE* buf, LO
 }
 
 BYTE* CCyUSBEndPoint::Send(DWORD code, transfer_block block, driver_buffer output, OVERLAPPED* record) {
-    const driver_answer answer = call_driver(DeviceHandle, code, block.buffer(), output, record);
+    const driver_answer answer = start_request(DeviceHandle, code, block.buffer(), output, record);
     LastError = answer.error;
     // While the request is pending the driver owns the block and may write to it from another thread.
     IsPending = answer.error == ERROR_IO_PENDING;
     UsbdStatus = IsPending ? 0 : block.header()->UsbdStatus;
     NtStatus = IsPending ? 0 : block.header()->NtStatus;
-    return block.bytes.release();
+    StartedBlock = block.bytes.release();
+    return StartedBlock;
 }
 
 BYTE* CCyBulkEndPoint::BeginDataXfer(BYTE* buf, LONG len, OVERLAPPED* record) {
@@ -183,14 +220,18 @@ bool CCyUSBEndPoint::WaitForIO(OVERLAPPED* record) {
     return result == WAIT_TIMEOUT ? AbortAndWait(record) : result == WAIT_OBJECT_0;
 }
 
+// A driver may refuse an abort, or end the transfer some time after it.
 bool CCyUSBEndPoint::AbortAndWait(OVERLAPPED* record) {
-    Abort();
-    DWORD result = WaitForSingleObject(record->hEvent, abort_wait_ms);
-    if (result == WAIT_TIMEOUT || result == WAIT_FAILED) {
+    for (;;) {
         Abort();
-        result = WaitForSingleObject(record->hEvent, INFINITE);
+        const DWORD result = WaitForSingleObject(record->hEvent, abort_wait_ms);
+        if (result == WAIT_OBJECT_0)
+            return true;
+        if (result == WAIT_FAILED)
+            Sleep(poll_ms);
+        if (HasOverlappedIoCompleted(record))
+            return false;
     }
-    return result == WAIT_OBJECT_0;
 }
 
 bool CCyUSBEndPoint::FinishDataXfer(BYTE* buf, LONG& len, OVERLAPPED* record, BYTE* block, CCyIsoPktInfo* pktInfos) {
@@ -200,12 +241,14 @@ bool CCyUSBEndPoint::FinishDataXfer(BYTE* buf, LONG& len, OVERLAPPED* record, BY
     BytesXferred = 0;
     if (block == nullptr)
         return false;
+    // The driver may write to block, buffer and record until the transfer has ended. The record of a start that it
+    // refused stays pending for ever.
+    while (IsPending && !HasOverlappedIoCompleted(record))
+        AbortAndWait(record);
+    IsPending = false;
+    StartedBlock = nullptr;
     DWORD bytes = 0;
-    bool ok = GetOverlappedResult(DeviceHandle, record, &bytes, FALSE) != FALSE;
-    if (!ok && IsPending && GetLastError() == ERROR_IO_INCOMPLETE) {
-        Abort(); // the driver may still write to the block, so it must not be freed before the transfer has ended
-        ok = GetOverlappedResult(DeviceHandle, record, &bytes, TRUE) != FALSE;
-    }
+    const bool ok = GetOverlappedResult(DeviceHandle, record, &bytes, FALSE) != FALSE;
     const XferRequest& header = *transfer_block::header_of(block);
     UsbdStatus = header.UsbdStatus;
     NtStatus = header.NtStatus;
@@ -306,12 +349,7 @@ bool CCyUSBEndPoint::Reset() {
 }
 
 bool CCyUSBEndPoint::Abort() {
-    pending_record pending;
-    // Without an event of its own the request is sent without a record, so that it blocks.
-    OVERLAPPED* const record = pending.valid() ? pending.get() : nullptr;
-    const driver_answer answer = call_driver(DeviceHandle, driver_request::abort_pipe, {&Address, 1}, {}, record);
-    if (!answer.ok && answer.error == ERROR_IO_PENDING)
-        WaitForSingleObject(pending.event(), INFINITE);
+    call_driver(DeviceHandle, driver_request::abort_pipe, {&Address, 1}, {});
     return true;
 }
 

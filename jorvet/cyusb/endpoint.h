@@ -38,9 +38,9 @@ class CCyUSBEndPoint {
     // Starts a transfer of `len` bytes from or into `buf` and returns its request block, which must reach
     // FinishDataXfer; null when nothing was started (no device handle, a negative length, an isochronous endpoint
     // without packets). Does not block. `LastError` is then 0 (completed), ERROR_IO_PENDING or the reason why it
-    // failed; the two statuses are those in the block, and 0 while it is pending. `record` must have a fresh event and,
-    // with `buf`, stay in place until the transfer is finished. The first two choose the mode, BeginDataXfer takes that
-    // of `XferMode`.
+    // failed; the two statuses are those in the block, and 0 while it is pending. `record` must be zeroed but for an
+    // event of its own and, with `buf`, stay in place until FinishDataXfer returns. The first two choose the mode,
+    // BeginDataXfer takes that of `XferMode`.
     virtual BYTE* BeginDirectXfer(BYTE* buf, LONG len, OVERLAPPED* record);
     virtual BYTE* BeginBufferedXfer(BYTE* buf, LONG len, OVERLAPPED* record);
     virtual BYTE* BeginDataXfer(BYTE* buf, LONG len, OVERLAPPED* record) = 0;
@@ -48,8 +48,8 @@ class CCyUSBEndPoint {
     // Takes the outcome of a transfer that has ended and frees `block`. `buf` and `len` as given to the start; `len`
     // and `BytesXferred` become the number of bytes moved, never more than `len` was. `pktInfos`, if not null, has room
     // for the packets of the transfer and receives them when bytes were moved. True when the driver and both statuses
-    // report success. A transfer that is still pending (the caller should have aborted it) is aborted here and waited
-    // for.
+    // report success. A transfer that is still pending (the caller should have aborted it) is aborted, every 50 ms,
+    // until it has ended: until then the driver may write to block, buffer and record.
     virtual bool FinishDataXfer(BYTE* buf, LONG& len, OVERLAPPED* record, BYTE* block, CCyIsoPktInfo* pktInfos);
 
     // After a start: waits for at most `milliseconds`. True when the transfer has ended, false when it has not (it
@@ -57,7 +57,7 @@ class CCyUSBEndPoint {
     bool WaitForXfer(OVERLAPPED* record, DWORD milliseconds);
 
     // The same, relying on the thread's last error and waiting for `TimeOut` ms; a transfer that has not ended by then
-    // is aborted and waited for, which also returns true.
+    // is aborted, every 50 ms, until it has, which also returns true.
     bool WaitForIO(OVERLAPPED* record);
 
     // A whole transfer: start, WaitForIO, finish. True when all went well; `len` becomes the bytes moved.
@@ -102,7 +102,7 @@ class CCyUSBEndPoint {
     CCyXferMode XferMode = XferDirect;
 
   protected:
-    ~CCyUSBEndPoint() = default;
+    ~CCyUSBEndPoint(); // a block that the driver still holds is parked
 
     bool IsOpen() const { return DeviceHandle != INVALID_HANDLE_VALUE; }
     BYTE* BeginByMode(BYTE* buf, LONG len, OVERLAPPED* record);
@@ -115,7 +115,8 @@ class CCyUSBEndPoint {
     bool AbortAndWait(OVERLAPPED* record);
     bool ReadPackets(BYTE* buf, LONG& len);
 
-    bool IsPending = false; // the driver accepted the last start; unlike LastError, no other thread changes it
+    bool IsPending = false; // the driver holds StartedBlock; unlike LastError, no other thread changes it
+    BYTE* StartedBlock = nullptr;
 };
 
 // Endpoint 0, and the endpoints of control kind. Every transfer is a request with the six fields below, through the
@@ -188,5 +189,8 @@ CCyUSBEndPoint* new_endpoint(HANDLE device, const USB_ENDPOINT_DESCRIPTOR& descr
 CCyUSBEndPoint* copy_endpoint(const CCyUSBEndPoint& endpoint);
 // Deletes an endpoint as its own class; null is ignored.
 void destroy_endpoint(const CCyUSBEndPoint* endpoint);
+// How many request blocks were never freed, because their endpoint was destroyed while the driver held them. Any
+// thread.
+std::size_t parked_blocks();
 
 } // namespace jorvet::cyusb

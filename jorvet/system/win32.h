@@ -115,11 +115,11 @@ struct GUID {
     BYTE Data4[8];
 };
 
-// The state of a request that may complete later. The caller zeroes it and sets `hEvent`; from the start of
-// the request to its completion record and event belong to the system and must stay where they are.
+// The state of a request that may complete later. The caller zeroes it and may set `hEvent`; from the start of the
+// request to its completion record and event belong to the system and must stay where they are.
 struct OVERLAPPED {
-    ULONG_PTR Internal;
-    ULONG_PTR InternalHigh;
+    ULONG_PTR Internal;     // NTSTATUS of the request: STATUS_PENDING from its start to its completion
+    ULONG_PTR InternalHigh; // bytes moved
     DWORD Offset;
     DWORD OffsetHigh;
     HANDLE hEvent;
@@ -179,6 +179,9 @@ constexpr DWORD ERROR_OPERATION_ABORTED = 995;
 constexpr DWORD ERROR_IO_INCOMPLETE = 996;
 constexpr DWORD ERROR_IO_PENDING = 997;
 constexpr DWORD ERROR_DEVICE_NOT_CONNECTED = 1167;
+constexpr DWORD ERROR_INVALID_USER_BUFFER = 1784;
+
+constexpr DWORD STATUS_PENDING = 0x103; // of OVERLAPPED::Internal
 
 constexpr DWORD GENERIC_READ = 0x80000000;
 constexpr DWORD GENERIC_WRITE = 0x40000000;
@@ -195,22 +198,26 @@ constexpr DWORD DEVICE_NOTIFY_WINDOW_HANDLE = 0;
 
 extern "C" {
 
-// Opens the device behind a device interface path. `access` is GENERIC_READ | GENERIC_WRITE, `disposition`
-// OPEN_EXISTING, `flags` FILE_FLAG_OVERLAPPED; `attributes` and `template_file` are null. Returns a handle that
-// CloseHandle releases (what is pending on it then ends as cancelled), or INVALID_HANDLE_VALUE with
-// ERROR_FILE_NOT_FOUND (no such path, or the device is gone), ERROR_ACCESS_DENIED (the device refuses) or
-// ERROR_INVALID_PARAMETER.
+// Opens the device behind a device interface path, whose letters are compared without case. `access` is of GENERIC_READ
+// and GENERIC_WRITE, `disposition` OPEN_EXISTING, `flags` FILE_FLAG_OVERLAPPED; `attributes` and `template_file` are
+// null. Returns a handle that CloseHandle releases (what is pending on it then ends as cancelled), or
+// INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND (no such path, or the device is gone), ERROR_ACCESS_DENIED (the device
+// refuses) or ERROR_INVALID_PARAMETER.
 JV_PLATFORM_API HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
                                    DWORD disposition, DWORD flags, HANDLE template_file) JV_STAND_IN(CreateFileA);
 
 // Sends the request `code` to the driver of an open device, with `in_size` bytes from `in` and room for `out_size`
 // bytes at `out`; the two may be the same memory, and either may be null with size 0.
-// Without `record` it blocks until the driver has answered: TRUE with the number of bytes that came back in
-// `*returned`, or FALSE with the request's error and `*returned` 0.
+// Without `record` it blocks until the driver has answered, or, on Windows, until any request on the handle has ended:
+// do not use it so. TRUE with the number of bytes that came back in `*returned`; FALSE with the request's error.
 // With `record` it does not block. TRUE: done already, `*returned` is valid and the record's event signalled. FALSE
-// with ERROR_IO_PENDING: both buffers and the record belong to the driver until the record's event, which was reset at
-// the start, is signalled; GetOverlappedResult then tells the outcome. FALSE with another error: not started; the
-// buffers are free and the event stays unsignalled.
+// with ERROR_IO_PENDING: both buffers and the record belong to the driver until the request ends. Then the driver sets
+// `Internal` and signals the record's event, if it has one, which was reset at the start; GetOverlappedResult returns
+// the outcome. FALSE with another error: not started; the buffers are free, the event stays unsignalled, and the record
+// stays pending for ever.
+// A request that fails leaves `*returned` as it was and, when its code passes a copy of the buffer, `out` as well. A
+// transfer that fails on the bus succeeds as a request: its block's status words say how it ended. What a thread has
+// started is cancelled when the thread ends.
 // Errors: ERROR_INVALID_HANDLE; ERROR_INVALID_FUNCTION (unknown code); ERROR_INVALID_PARAMETER or
 // ERROR_INSUFFICIENT_BUFFER (buffers that do not fit the code); ERROR_OPERATION_ABORTED (cancelled);
 // ERROR_DEVICE_NOT_CONNECTED (the device is gone: at once, also for what was pending); ERROR_GEN_FAILURE.
@@ -218,11 +225,17 @@ JV_PLATFORM_API BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD
                                      LPDWORD returned, OVERLAPPED* record) JV_STAND_IN(DeviceIoControl);
 
 // The outcome of the request started with `record`, whose number of bytes moved goes to `*transferred`, also when it
-// failed. TRUE: it succeeded. FALSE with ERROR_IO_INCOMPLETE: still pending, `*transferred` is left alone; with `wait`
-// TRUE it waits for the end instead, without limit, and consumes the signal of an auto-reset event. FALSE with another
-// error: that of the request, as above.
+// failed. TRUE: it succeeded. FALSE with ERROR_IO_INCOMPLETE: still pending, `*transferred` stays unchanged. With
+// `wait` TRUE it waits once for the record's event instead, without limit, and consumes the signal of an auto-reset
+// event; a record without an event needs an open `device`. FALSE with another error: that of the request, as above.
 JV_PLATFORM_API BOOL GetOverlappedResult(HANDLE device, OVERLAPPED* record, LPDWORD transferred, BOOL wait)
     JV_STAND_IN(GetOverlappedResult);
+
+// Whether the request started with `record` has ended: what it did is visible to the caller then. Never blocks.
+#define HasOverlappedIoCompleted(record) (__atomic_load_n(&(record)->Internal, __ATOMIC_ACQUIRE) != STATUS_PENDING)
+
+// Blocks for at least `milliseconds`.
+JV_PLATFORM_API void Sleep(DWORD milliseconds) JV_STAND_IN(Sleep);
 
 // Takes a snapshot of the interfaces of class `class_guid` whose devices are present (`flags` must be DIGCF_PRESENT |
 // DIGCF_DEVICEINTERFACE, `enumerator` and `parent` null). Returns a set that SetupDiDestroyDeviceInfoList releases and
@@ -238,7 +251,8 @@ JV_PLATFORM_API BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* 
 
 // The path of a member of the set. `*required` (if not null) becomes the bytes needed: those before DevicePath, the
 // path and its terminating zero. With `detail` null or `size` below that: FALSE with ERROR_INSUFFICIENT_BUFFER.
-// Otherwise the path is written (the caller has filled `detail->cbSize`) and `*device`, if not null, with it.
+// Otherwise the path is written, and `*device`, if not null, with it. The caller has filled their cbSize; a wrong one
+// is ERROR_INVALID_USER_BUFFER.
 JV_PLATFORM_API BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* data,
                                                       SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail, DWORD size,
                                                       LPDWORD required, SP_DEVINFO_DATA* device)

@@ -126,8 +126,8 @@ TEST_P(CypressCom, ReceivesEveryByteHoweverItIsCutAndAfterAnySilence) {
         expect_received(piece);
     }
     EXPECT_EQ(board.controller->state().overrun_bytes, 0u);
-    EXPECT_EQ(com.get_cp_listening_loop() > com.get_cp_listening_loop_with_data(),
-              GetParam() == Behind::super_speed_controller);
+    const auto has_idle_rounds = [&] { return com.get_cp_listening_loop() > com.get_cp_listening_loop_with_data(); };
+    EXPECT_EQ(eventually(has_idle_rounds, 100), GetParam() == Behind::super_speed_controller);
 }
 
 TEST_P(CypressCom, ReceivesFirstWhatTheControllerHadQueuedBeforeTheOpening) {
@@ -220,12 +220,37 @@ TEST(CypressWrite, IsGivenUpWhenTheDeviceDoesNotTakeIt) {
     CUsbCypCom com;
     ASSERT_EQ(com.open_by_index(0), JV_OK);
     board.controller->stall_writes_after(2);
+    board.controller->plan_aborts({1, 2, {}});
     byte_vector bytes(10);
     const steady::time_point start = steady::now();
     EXPECT_EQ(com.write(bytes.data(), 10), 0x30103002u);
+    const steady::time_point after_a_timeout = steady::now();
+    EXPECT_EQ(com.write(bytes.data(), 0x80000000), 0x30103002u); // no length of a transfer
+    EXPECT_LT(milliseconds_since(after_a_timeout), 1000);
     EXPECT_GE(milliseconds_since(start), 4900);
     board.controller->accept_writes();
     EXPECT_EQ(com.write(bytes.data(), 10), JV_OK);
+}
+
+// Aborts are refused once or twice, or end their transfer late.
+TEST_P(CypressCom, LosesNothingAndEndsWhateverBecomesOfItsNthAbort) {
+    for (const sim::abort_plan& kind : {sim::abort_plan{1, 1, {}}, {1, 2, {}}, {1, 2, milliseconds(20)}}) {
+        sim::abort_plan plan = kind;
+        unsigned aborts = 0;
+        for (; plan.first <= std::max(aborts, 8u) && plan.first <= 20; ++plan.first) {
+            SCOPED_TRACE(std::to_string(plan.first) + " " + std::to_string(plan.late.count()));
+            const plugged_board another(second_of(GetParam()));
+            another.controller->plan_aborts(plan);
+            const steady::time_point start = steady::now();
+            ASSERT_EQ(com.open_by_index(1), JV_OK);
+            std::this_thread::sleep_for(milliseconds(GetParam() == Behind::super_speed_controller ? 12 : 0));
+            another.send("01 02 03");
+            expect_received({1, 2, 3});
+            ASSERT_EQ(com.close(), JV_OK);
+            ASSERT_LT(milliseconds_since(start), 2000);
+            aborts = another.controller->state().aborts;
+        }
+    }
 }
 
 // Wherever a call behind the listening thread fails, opening and closing end, and the next opening works.

@@ -64,8 +64,8 @@ TEST_F(D2xx, EndsABlockedTransferWithACloseOrAnUnplugging) {
     const auto write = [&] { return FT_Write(handle, buffer, 12, &count); };
     auto blocked = std::async(std::launch::async, read);
     second->board().send_raw({1, 2, 3, 4, 5, 6, 7, 8});
-    second->board().send_raw({9, 10, 11, 12});
-    EXPECT_TRUE(blocked.get() == FT_OK && count == 12 && buffer[11] == 12);
+    second->board().send_raw({9, 10, 11, 12, 13});
+    EXPECT_TRUE(blocked.get() == FT_OK && count == 12 && buffer[11] == 12 && buffer[12] == 0);
     second->stall_writes_after(5);
     for (const bool reading : {true, false}) {
         blocked = reading ? std::async(std::launch::async, read) : std::async(std::launch::async, write);

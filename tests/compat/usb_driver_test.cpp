@@ -26,7 +26,7 @@ const GUID driver_class = {0xAE18AA60, 0x7F6A, 0x11D4, {0x97, 0xDD, 0, 1, 2, 0x2
 // Keeps transfers pending until the test ends them, or ends them inside the call when `at_once` is set.
 class FakeUsb final : public ports::usb_port {
   public:
-    bool at_once = false, deaf_to_abort = false;
+    bool at_once = false, deaf_to_abort = false, poor = false;
     ports::usb_result answer;
     ports::port_status state = ports::port_status::ok;
     Log log; // of what was done while all was well
@@ -75,6 +75,8 @@ class FakeUsb final : public ports::usb_port {
     }
     void take(std::initializer_list<unsigned> numbers, ports::usb_completion done) {
         note(numbers);
+        if (poor)
+            throw std::bad_alloc();
         if (at_once)
             return done(answer);
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -98,7 +100,7 @@ DWORD word(const Bytes& bytes, std::size_t at) {
     return value;
 }
 
-HANDLE open(const char* path = "\\\\?\\usb#vid_04b4&pid_00f1#A1#{ae18aa60-7f6a-11d4-97dd-00010229b959}") {
+HANDLE open(const char* path = "\\\\?\\usb#vid_04b4&pid_00f1#a1#{ae18aa60-7f6a-11d4-97dd-00010229b959}") {
     return CreateFileA(path, 0xC0000000, 3, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
 }
 
@@ -138,40 +140,48 @@ TEST_F(UsbDriverTest, each_request_checks_its_buffers_and_brings_back_its_bytes)
     for (const auto& [code, in_size, out_size, first_in, first_out] : rows) {
         Bytes in(in_size), out(out_size), less_in(in_size - (in_size > 0)), less_out(out_size - (out_size > 0));
         std::copy_n(reinterpret_cast<const std::uint8_t*>(&first_in), std::min(in_size, 4u), in.begin());
-        EXPECT_TRUE(out.empty() || request(code, in, less_out) == Answer(122, 0)) << code;
-        EXPECT_TRUE(in.empty() || request(code, less_in, out) == Answer(87, 0)) << code;
+        EXPECT_TRUE(out.empty() || request(code, in, less_out) == Answer(122, 99)) << code;
+        EXPECT_TRUE(in.empty() || request(code, less_in, out) == Answer(87, 99)) << code;
         EXPECT_TRUE(request(code, in, out) == Answer(0, out_size) && word(out, 0) == first_out) << code;
         usb->state = ports::port_status::gone;
-        EXPECT_EQ(Answer(1167, 0), request(code, in, out)) << code;
+        EXPECT_EQ(Answer(1167, 99), request(code, in, out)) << code;
         usb->state = ports::port_status::ok;
     }
     EXPECT_EQ(Log({'s', 2, 'p', 1, 'p', 0, 'C', 'r', 0x81, 'R', 'a', 0x81}), usb->log);
     Bytes none, power{2, 0, 0, 0};
-    EXPECT_EQ(Answer(1, 0), request(0x220014, none, none));
-    EXPECT_EQ(Answer(87, 0), request(0x22001C, power, power));
+    EXPECT_EQ(Answer(1, 99), request(0x220014, none, none));
+    EXPECT_EQ(Answer(87, 99), request(0x22001C, power, power));
 }
 
 TEST_F(UsbDriverTest, transfers_end_with_bytes_error_and_status_words_in_both_modes_at_once_and_later) {
-    // of each usb_end in turn: bytes, error, status words
-    const DWORD rows[][4] = {{5, 0, 0x00000000, 0x00000000},  {0, 31, 0xC0000001, 0xC0000004},
-                             {5, 31, 0xC0000001, 0xC0000008}, {2, 995, 0x00000000, 0x00000000},
-                             {2, 31, 0xC00000B5, 0xC0006000}, {2, 31, 0xC0000001, 0xC0000005},
-                             {0, 87, 0xC000000D, 0x80000600}, {0, 1167, 0xC000009D, 0xC0007000}};
+    // of each usb_end in turn: bytes, error, status words, status of the request
+    const DWORD rows[][5] = {{5, 0, 0, 0, 0},
+                             {0, 0, 0xC0000001, 0xC0000004, 0},
+                             {5, 0, 0xC0000001, 0xC0000008, 0},
+                             {2, 995, 0, 0, 0xC0000120},
+                             {2, 0, 0xC00000B5, 0xC0006000, 0},
+                             {2, 0, 0xC0000001, 0xC0000005, 0},
+                             {0, 87, 0xC000000D, 0x80000600, 0xC000000D},
+                             {0, 1167, 0xC000009D, 0xC0007000, 0xC000009D}};
     for (int i = 0; i < 4 * 8; ++i) {
-        const auto& [count, error, nt, usbd] = rows[i / 4];
+        const auto& [count, error, nt, usbd, status] = rows[i / 4];
         const bool direct = i % 2 == 1, later = i % 4 > 1, refused = !later && (error == 1167 || error == 87);
         Bytes in = block(0x81, 0, 8, direct), data(8, 'x'), &out = direct ? data : in;
         usb->answer = {ports::usb_end(i / 4), count, hello, {}};
         usb->at_once = !later;
         const DWORD bytes = (direct ? 0 : 38) + count;
-        const Answer started = error == 0 && !later ? Answer(0, bytes) : Answer(refused ? error : 997, 0);
+        const Answer started = later || error == 995 ? Answer(997, 0) : refused ? Answer(error, 99) : Answer(0, bytes);
         EXPECT_EQ(started, request(direct ? 0x22004B : 0x220024, in, out, &record)) << i;
         EXPECT_TRUE(!later || (result() == Answer(996, 99) && !signalled())) << i;
         usb->end(usb->answer);
-        EXPECT_EQ(Answer(error, bytes), result()) << i;
-        EXPECT_TRUE(signalled() != refused && word(in, 14) == nt && word(in, 18) == usbd) << i;
-        const std::string came(out.end() - 8, out.end());
-        EXPECT_EQ(std::string("hello").substr(0, count) + std::string(8 - count, 'x'), came);
+        EXPECT_EQ(refused ? Answer(996, 99) : Answer(error, bytes), result()) << i;
+        EXPECT_EQ(refused ? 0x103 : status, record.Internal) << i;
+        const bool returned =
+            direct || error == 0; // a request that fails leaves a block of which the driver has a copy
+        EXPECT_TRUE(signalled() != refused && word(in, 14) == (returned ? nt : 7)) << i;
+        EXPECT_EQ(returned ? usbd : 7, word(in, 18)) << i;
+        const std::string came(out.end() - 8, out.end()), moved(hello, hello + (returned ? count : 0));
+        EXPECT_EQ(moved + std::string(8 - moved.size(), 'x'), came);
     }
 }
 
@@ -182,9 +192,13 @@ TEST_F(UsbDriverTest, what_the_block_asks_for_reaches_the_port_and_the_packet_ta
     const std::uint8_t setup[] = {0x40, 0xB0, 0x34, 0x12, 9, 0, 8, 0, 3};
     std::memcpy(control.data(), setup, sizeof(setup));
     EXPECT_EQ(Answer(0, 46), request(0x220020, control, control));
-    EXPECT_EQ(Answer(31, 0), request(0x220024, out, out)); // more than there was room for
+    EXPECT_EQ(Answer(0, 43), request(0x220024, out, out)); // more than there was room for
     EXPECT_EQ(Log({0x40, 0xB0, 0x1234, 9, 8, 3000, 0, 2, 'x'}), usb->log);
     EXPECT_EQ(0xC0000008, word(out, 18));
+    usb->poor = true;
+    EXPECT_EQ(Answer(0, 38), request(0x220024, out, out));
+    EXPECT_EQ(0xC0000005, word(out, 18));
+    usb->poor = false;
     usb->answer = {ports::usb_end::ok, 5, hello, {{ports::usb_end::ok, 3}, {ports::usb_end::failed, 2}}};
     EXPECT_EQ(Answer(0, 5), request(0x22004B, packets, data));
     EXPECT_EQ(Bytes({0, 0, 0, 0, 3, 0, 0, 0, 5, 0, 0, 0xC0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}),
@@ -199,12 +213,12 @@ TEST_F(UsbDriverTest, blocks_that_name_places_outside_themselves_are_refused) {
         Bytes in = code == 0x220020 ? block(0, 0, 5) : block(0x81, 8, 5);
         in[offset] = std::uint8_t(value);
         const Bytes before = in;
-        EXPECT_EQ(Answer(87, 0), request(code, in, in, &record)) << code << " " << offset;
+        EXPECT_EQ(Answer(87, 99), request(code, in, in, &record)) << code << " " << offset;
         EXPECT_TRUE(in == before && !signalled());
     }
     Bytes in = block(0x81, 0, 5), small(42), cut(37);
-    EXPECT_EQ(Answer(122, 0), request(0x220024, in, small));
-    EXPECT_EQ(Answer(87, 0), request(0x22004B, cut, small));
+    EXPECT_EQ(Answer(122, 99), request(0x220024, in, small));
+    EXPECT_EQ(Answer(87, 99), request(0x22004B, cut, small));
 }
 
 TEST_F(UsbDriverTest, abort_unplug_and_close_end_what_is_pending_and_a_late_end_touches_nothing) {
@@ -268,8 +282,8 @@ TEST_F(UsbDriverTest, opening_listing_and_registering_say_why_they_fail) {
     EXPECT_TRUE(UnregisterDeviceNotification(registration) && !UnregisterDeviceNotification(registration));
     Bytes none;
     const faults::scope fault("DeviceIoControl", 2, 77);
-    EXPECT_EQ(Answer(1167, 0), request(0x220030, none, none));
-    EXPECT_EQ(Answer(77, 0), request(0x220030, none, none));
+    EXPECT_EQ(Answer(1167, 99), request(0x220030, none, none));
+    EXPECT_EQ(Answer(77, 99), request(0x220030, none, none));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // Every call that an opening makes of the driver fails once; so do closing and receiving.
 #include <algorithm>
 #include <iterator>
+#include <stdexcept>
 
 #include "tests/support/connected_board.h"
 
@@ -93,6 +94,24 @@ TEST_F(Faults, OfReceivingCloseTheLink) {
         expect_working_after_connect();
     }
 }
+
+using BackgroundThread = EachLink;
+
+TEST_P(BackgroundThread, ThatFailsEndsReceivingAndAnFtdiLinkUntilTheNextConnect) {
+    hear([](const std::string&) { throw std::runtime_error("of the writer"); });
+    board.send("00 00"); // lost: the report of it throws
+    EXPECT_EQ(eventually([&] { return !jorvet.is_open(); }, 300), GetParam() == Behind::bridge);
+    hear(nullptr);
+    set_timeouts(30);
+    board.send("80 A000 0000");
+    EXPECT_EQ(jorvet.wait_for_reply(), JV_ERR_REPLY_TIMEOUT);
+    expect_working_after_connect();
+    EXPECT_EQ(jorvet.disconnect(), JV_OK);
+}
+
+INSTANTIATE_TEST_SUITE_P(, BackgroundThread,
+                         ::testing::Values(Behind::bridge, Behind::high_speed_controller,
+                                           Behind::super_speed_controller));
 
 } // namespace
 } // namespace jorvet::testing

@@ -67,12 +67,12 @@ TEST_F(EndpointTest, each_kind_of_transfer_sends_its_block) {
     auto interrupt = make<CCyInterruptEndPoint>(0x83, 3, 64);
     auto isochronous = make<CCyIsocEndPoint>(0x84, 1, 4);
     const std::tuple<CCyUSBEndPoint&, CCyXferMode, LONG, std::string> rows[] = {
-        {bulk_out, XferDirect, 5, "22004b " + block(no_setup, 2, 0, 0, 0, 0) + ">5~"},
-        {bulk_out, XferBuffered, 2, "220024 " + block(no_setup, 2, 0, 0, 38, 2) + "0102>40~"},
-        {interrupt, XferDirect, 0, "22004b " + block(no_setup, 0x83, 0, 0, 0, 0) + ">0~"},
-        {interrupt, XferBuffered, 0, "220024 " + block(no_setup, 0x83, 0, 0, 38, 0) + ">38~"},
-        {isochronous, XferDirect, 9, "22004b " + block(no_setup, 0x84, 38, 24, 0, 0) + le(0, 24) + ">9~"},
-        {isochronous, XferBuffered, 3, "220024 " + block(no_setup, 0x84, 38, 8, 46, 3) + le(0, 8) + "010203>49~"},
+        {bulk_out, XferDirect, 5, "22004b " + block(no_setup, 2, 0, 0, 0, 0) + ">5"},
+        {bulk_out, XferBuffered, 2, "220024 " + block(no_setup, 2, 0, 0, 38, 2) + "0102>40"},
+        {interrupt, XferDirect, 0, "22004b " + block(no_setup, 0x83, 0, 0, 0, 0) + ">0"},
+        {interrupt, XferBuffered, 0, "220024 " + block(no_setup, 0x83, 0, 0, 38, 0) + ">38"},
+        {isochronous, XferDirect, 9, "22004b " + block(no_setup, 0x84, 38, 24, 0, 0) + le(0, 24) + ">9"},
+        {isochronous, XferBuffered, 3, "220024 " + block(no_setup, 0x84, 38, 8, 46, 3) + le(0, 8) + "010203>49"},
     };
     data = {1, 2, 3, 4, 5, 6, 7, 8, 9};
     for (const auto& [endpoint, mode, length, sent] : rows) {
@@ -102,7 +102,7 @@ TEST_F(EndpointTest, control_requests_carry_their_fields_and_whole_seconds) {
         data[0] = 7;
         EXPECT_TRUE(read ? control.Read(data.data(), len) : control.Write(data.data(), len));
         const std::string setup = request_type + "a0221144330100" + le(seconds, 4);
-        EXPECT_EQ("220020 " + block(setup, 0, 0, 0, 38, 1) + "07>39~", os.take_log());
+        EXPECT_EQ("220020 " + block(setup, 0, 0, 0, 38, 1) + "07>39", os.take_log());
         EXPECT_TRUE(control.IsIn == read && data[0] == (read ? 0x5A : 7));
     }
 }
@@ -171,8 +171,9 @@ TEST_F(EndpointTest, packet_records_come_with_the_bytes) {
 const Reply pending{{}, 0, 0, 0, 0, true};
 
 TEST_F(EndpointTest, waiting_ends_with_completion_or_a_ladder_of_aborts) {
-    const std::string start = "22004b " + block(no_setup, 0x81, 0, 0, 0, 0) + ">8~", abort = "; 220044 81>0~";
-    const Reply done{Bytes(8, 7)}, unplugged{{}, ERROR_DEVICE_NOT_CONNECTED};
+    const std::string start = "22004b " + block(no_setup, 0x81, 0, 0, 0, 0) + ">8", abort = "; 220044 81>0";
+    const std::string wait = "; wait 50";
+    const Reply refused{{}, ERROR_GEN_FAILURE}, done{Bytes(8, 7)}, unplugged{{}, ERROR_DEVICE_NOT_CONNECTED};
     const Action ends = [done] { os.complete(done); }, nothing = [] {};
     Reply cancels{{}, ERROR_GEN_FAILURE}; // the abort request fails, and has worked
     cancels.before_return = [] { os.complete({{}, ERROR_OPERATION_ABORTED}); };
@@ -181,9 +182,14 @@ TEST_F(EndpointTest, waiting_ends_with_completion_or_a_ladder_of_aborts) {
         {100, {unplugged}, {}, false, ""},
         {100, {pending}, {ends}, true, "; wait 100"},
         {INFINITE, {pending}, {ends}, true, "; wait"},
-        {100, {pending, cancels}, {nothing}, false, "; wait 100" + abort + "; wait 50"},
-        {100, {pending, {}}, {nothing, ends}, true, "; wait 100" + abort + "; wait 50"},
-        {100, {pending, {}, cancels}, {nothing, nothing}, false, "; wait 100" + abort + "; wait 50" + abort + "; wait"},
+        {100, {pending, cancels}, {nothing}, false, "; wait 100" + abort + wait},
+        {100, {pending, {}}, {nothing, ends}, true, "; wait 100" + abort + wait},
+        {100, {pending, {}, cancels}, {nothing, nothing}, false, "; wait 100" + abort + wait + abort + wait},
+        {100,
+         {pending, refused, refused, cancels},
+         {nothing, nothing, nothing},
+         false,
+         "; wait 100" + abort + wait + abort + wait + abort + wait},
     };
     for (const auto& [timeout, script, waits, ok, log] : rows) {
         auto endpoint = bulk(0x81);
@@ -208,12 +214,69 @@ TEST_F(EndpointTest, a_wait_for_a_transfer_leaves_it_pending_and_its_finish_does
     LONG len = 8;
     EXPECT_FALSE(endpoint.FinishDataXfer(data.data(), len, &record, request, nullptr));
     EXPECT_EQ(3, len);
-    EXPECT_TRUE(endpoint.WaitForXfer(&record, 6)); // the cancelled request has set the event
     for (const DWORD error : {ERROR_SUCCESS, ERROR_DEVICE_NOT_CONNECTED}) {
         endpoint.LastError = error;
         EXPECT_EQ(error == 0, endpoint.WaitForXfer(&record, 7)); // nothing to wait for
     }
-    EXPECT_EQ("wait 5; 220044 81>0~; wait 6", os.take_log());
+    EXPECT_EQ("wait 5; 220044 81>0; wait 50", os.take_log());
+}
+
+TEST_F(EndpointTest, a_finish_returns_once_the_driver_has_ended_the_transfer_whatever_else_fails) {
+    auto endpoint = bulk(0x81);
+    OVERLAPPED record{};
+    record.hEvent = device;
+    const Action ends = [] { os.complete({Bytes(3, 7), ERROR_OPERATION_ABORTED}); }, nothing = [] {};
+    const std::tuple<bool, std::deque<Action>, std::string> rows[] = {
+        {true, {nothing, nothing, ends}, "220044 81>0; wait 50; 220044 81>0; wait 50; 220044 81>0; wait 50"},
+        {false, {nothing, ends}, "220044 81>0; wait 50; sleep; 220044 81>0; wait 50; sleep"}};
+    for (const auto& [waits, actions, log] : rows) {
+        os.script = {pending, {}, {{}, ERROR_GEN_FAILURE}, {}};
+        os.script.resize(waits ? 4 : 3);
+        BYTE* const request = endpoint.BeginDataXfer(data.data(), 8, &record);
+        os.log.clear();
+        os.waits = actions;
+        if (!waits)
+            os.failing["WaitForSingleObject"] = ERROR_INVALID_HANDLE;
+        LONG len = 8;
+        EXPECT_FALSE(endpoint.FinishDataXfer(data.data(), len, &record, request, nullptr));
+        EXPECT_TRUE(len == 3 && os.take_log() == log);
+    }
+}
+
+TEST_F(EndpointTest, a_refused_start_is_finished_without_a_wait) {
+    auto endpoint = bulk(0x81);
+    os.script = {{{}, ERROR_INVALID_PARAMETER}};
+    EXPECT_EQ(Ended(false, 0), run(endpoint, 8)); // its record stays pending for ever
+    EXPECT_EQ(std::string::npos, os.take_log().find("220044"));
+}
+
+TEST_F(EndpointTest, a_request_waits_for_its_own_end_with_an_event_or_without) {
+    auto endpoint = bulk(0x81);
+    const Action answers = [] { os.complete({{0x81, 0, 2, 0, 0}}); }, nothing = [] {};
+    for (const bool event : {true, false}) {
+        os.script = {pending};
+        os.waits = {nothing, answers};
+        if (event)
+            os.waits.pop_front();
+        else
+            os.failing["CreateEventA"] = ERROR_NOT_ENOUGH_MEMORY;
+        EXPECT_EQ(512u, endpoint.GetXferSize());
+        EXPECT_EQ(std::string("220034 8100000000>5; ") + (event ? "wait" : "sleep; sleep"), os.take_log());
+    }
+    os.script = {pending};
+    os.waits = {[] { os.complete({{}, ERROR_GEN_FAILURE}); }};
+    EXPECT_TRUE(endpoint.Abort());
+    EXPECT_EQ("220044 81>0; sleep", os.take_log());
+}
+
+TEST_F(EndpointTest, a_block_that_the_driver_holds_outlives_its_endpoint) {
+    const std::size_t parked = jorvet::cyusb::parked_blocks();
+    OVERLAPPED record{};
+    record.hEvent = device;
+    os.script = {pending};
+    bulk(0x81).BeginDataXfer(data.data(), 8, &record);
+    EXPECT_EQ(parked + 1, jorvet::cyusb::parked_blocks());
+    os.complete({Bytes(3, 7)}); // writes to the block
 }
 
 TEST_F(EndpointTest, packet_mode_reads_until_a_short_packet) {
@@ -266,8 +329,8 @@ TEST_F(EndpointTest, a_pipe_is_reset_and_aborted) {
     EXPECT_FALSE(endpoint.Reset());
     EXPECT_TRUE(endpoint.Abort());
     os.failing["CreateEventA"] = ERROR_NOT_ENOUGH_MEMORY;
-    EXPECT_TRUE(endpoint.Abort()); // without an event: the request blocks
-    EXPECT_EQ("22002c 81>0; 22002c 81>0; 220044 81>0~; 220044 81>0", os.take_log());
+    EXPECT_TRUE(endpoint.Abort()); // without an event
+    EXPECT_EQ("22002c 81>0; 22002c 81>0; 220044 81>0; 220044 81>0", os.take_log());
     EXPECT_EQ(ERROR_GEN_FAILURE, endpoint.LastError);
     EXPECT_EQ(Ended(false, 0), run(endpoint, 8));
     EXPECT_EQ(ERROR_NOT_ENOUGH_MEMORY, endpoint.LastError);

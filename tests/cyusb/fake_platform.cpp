@@ -57,13 +57,13 @@ BOOL close_object(const char* function, void* object) {
     return TRUE;
 }
 
-std::string text_of(const Request& request, bool overlapped) {
+std::string text_of(const Request& request) {
     const auto& [code, in, room] = request;
-    if (code == 0x00220020 && !overlapped)
+    if (code == 0x00220020 && in[0] == 0x80 && in[1] == 6)
         return "get " + hex({in[3], in[2]}) + " " + hex({in[5], in[4]}) + " " + std::to_string(in[6] | in[7] << 8);
     const bool zeros = std::all_of(in.begin(), in.end(), [](BYTE byte) { return byte == 0; });
     return hex({BYTE(code >> 16), BYTE(code >> 8), BYTE(code)}) + " " +
-           (zeros ? "+" + std::to_string(in.size()) : hex(in)) + ">" + std::to_string(room) + (overlapped ? "~" : "");
+           (zeros ? "+" + std::to_string(in.size()) : hex(in)) + ">" + std::to_string(room);
 }
 
 Reply answer(const Request& request) {
@@ -87,6 +87,7 @@ std::string hex(const Bytes& bytes) {
 void Platform::complete(const Reply& reply) {
     ASSERT_TRUE(latest != nullptr && transfers.at(latest).pending) << "nothing is pending";
     transfers.at(latest).perform(reply);
+    latest->Internal = reply.error; // anything but pending
     signalled.insert(latest->hEvent);
 }
 
@@ -127,6 +128,8 @@ HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL manual_reset, BOOL initial_state,
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
     os.log.push_back(milliseconds == INFINITE ? "wait" : "wait " + std::to_string(milliseconds));
+    if (fails("WaitForSingleObject"))
+        return WAIT_FAILED;
     if (signalled.count(object) == 0 && !os.waits.empty()) {
         os.waits.front()();
         os.waits.pop_front();
@@ -135,6 +138,13 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
         return WAIT_OBJECT_0;
     EXPECT_NE(milliseconds, INFINITE) << "waits for ever";
     return WAIT_TIMEOUT;
+}
+
+void Sleep(DWORD) {
+    os.log.push_back("sleep");
+    ASSERT_FALSE(os.waits.empty()) << "sleeps for ever";
+    os.waits.front()();
+    os.waits.pop_front();
 }
 
 BOOL CloseHandle(HANDLE object) {
@@ -151,15 +161,18 @@ HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* 
 BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD in_size, LPVOID out, DWORD out_size, LPDWORD returned,
                      OVERLAPPED* record) {
     EXPECT_TRUE(os.objects.count(device) == 1 && last_error == 0) << "no open device, or a stale last error";
+    EXPECT_NE(nullptr, record) << "on a handle for overlapped requests every request needs a record";
     auto* const bytes = static_cast<BYTE*>(in);
     const Request request{code, Bytes(bytes, bytes + in_size), out_size};
-    os.log.push_back(text_of(request, record != nullptr));
+    os.log.push_back(text_of(request));
     const Reply reply = answer(request);
     Transfer transfer{in_size >= 38 ? bytes : nullptr, static_cast<BYTE*>(out), reply.later};
     if (!reply.later)
         transfer.perform(reply);
-    if (record != nullptr && code != 0x00220044)
-        transfers.insert_or_assign(latest = record, transfer);
+    transfers.insert_or_assign(record, transfer);
+    if (code != 0x00220044 || reply.later)
+        latest = record;
+    record->Internal = reply.later || reply.error != 0 ? STATUS_PENDING : 0; // also of a refused request
     if (reply.before_return)
         reply.before_return();
     *returned = transfer.bytes;

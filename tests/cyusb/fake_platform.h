@@ -38,7 +38,7 @@ struct Reply {
 };
 
 struct Platform {
-    // "code input>room" in hexadecimal but for the room, "+n" for n zeros, "~" behind one that may complete later; "get
+    // "code input>room" in hexadecimal but for the room, "+n" for n zeros; "get
     // wValue wIndex length" for a read of a descriptor; "wait milliseconds".
     std::vector<std::string> log;
     std::deque<Reply> script;                    // the answers in order, or

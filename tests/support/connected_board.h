@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <thread>
 
@@ -73,12 +74,20 @@ inline sim::controller_options controller_options(Behind device) {
     return options;
 }
 
+// The driver answers late in runs of their own, which set this variable.
+inline void delay_answers_if_asked() {
+    if (const char* const delay = std::getenv("JORVET_TEST_ANSWER_DELAY"))
+        compat::faults::delay_answers(static_cast<unsigned>(std::atoi(delay)));
+}
+
 // A board behind a device that is plugged in for as long as this lives.
 struct plugged_board {
     plugged_board(const sim::bridge_options& options = {})
         : bridge(sim::simulated_bridge::plug_in(options)), device(bridge) {}
     plugged_board(const sim::controller_options& options)
-        : controller(sim::simulated_controller::plug_in(options)), device(controller) {}
+        : controller(sim::simulated_controller::plug_in(options)), device(controller) {
+        delay_answers_if_asked();
+    }
     plugged_board(Behind behind)
         : plugged_board(behind == Behind::bridge ? plugged_board(sim::bridge_options{})
                                                  : plugged_board(controller_options(behind))) {}

@@ -18,8 +18,9 @@ constexpr std::uint8_t endpoint_number = 0x0F;
 constexpr unsigned longest_timeout_s = 0xFFFFFFFF / 1000;
 
 // How the end of a transfer is reported: the request's error and the two status words, in the system's published
-// numbers. A cancelled request is reported by its error alone: nothing went wrong on the bus, and callers that cancel a
-// read to collect the bytes so far continue afterwards.
+// numbers. What goes wrong on the bus completes the request and is reported by the words; only refusal, cancellation
+// and removal fail it. A cancelled request is reported by its error alone, so that callers that cancel a read to
+// collect the bytes so far continue afterwards.
 struct end_words {
     DWORD error;
     std::uint32_t nt;
@@ -31,13 +32,13 @@ end_words words_for(ports::usb_end end) {
     case ports::usb_end::ok:
         return {ERROR_SUCCESS, 0, 0};
     case ports::usb_end::stalled:
-        return {ERROR_GEN_FAILURE, 0xC0000001, 0xC0000004};
+        return {ERROR_SUCCESS, 0xC0000001, 0xC0000004};
     case ports::usb_end::babble:
-        return {ERROR_GEN_FAILURE, 0xC0000001, 0xC0000008};
+        return {ERROR_SUCCESS, 0xC0000001, 0xC0000008};
     case ports::usb_end::cancelled:
         return {ERROR_OPERATION_ABORTED, 0, 0};
     case ports::usb_end::timed_out:
-        return {ERROR_GEN_FAILURE, 0xC00000B5, 0xC0006000};
+        return {ERROR_SUCCESS, 0xC00000B5, 0xC0006000};
     case ports::usb_end::no_endpoint:
         return {ERROR_INVALID_PARAMETER, 0xC000000D, 0x80000600};
     case ports::usb_end::gone:
@@ -45,7 +46,7 @@ end_words words_for(ports::usb_end end) {
     case ports::usb_end::failed:
         break;
     }
-    return {ERROR_GEN_FAILURE, 0xC0000001, 0xC0000005};
+    return {ERROR_SUCCESS, 0xC0000001, 0xC0000005};
 }
 
 // Whether a part of the block lies behind its header.
@@ -79,7 +80,6 @@ bool takes_setup(const XferRequest& header, transfer_layout* layout) {
 }
 
 DWORD read_direct(const io_request& request, const XferRequest& header, transfer_layout* layout) {
-    layout->block = request.in;
     layout->data = request.out;
     layout->length = request.out_size;
     const bool fits = takes_endpoint(header, layout) && takes_table(header, request.in_size, layout) &&
@@ -92,17 +92,14 @@ DWORD read_buffered(const io_request& request, const XferRequest& header, transf
         return ERROR_INSUFFICIENT_BUFFER;
     if (!lies_behind_header(header.DataOffset, header.DataLength, request.in_size))
         return ERROR_INVALID_PARAMETER;
-    layout->block = request.out;
-    layout->data = request.out + header.DataOffset;
+    layout->output = request.out;
+    layout->data = layout->block + header.DataOffset;
     layout->length = header.DataLength;
     layout->counted_before_data = header.DataOffset;
     const bool fits = request.code == code::control_transfer
                           ? takes_setup(header, layout)
                           : takes_endpoint(header, layout) && takes_table(header, request.in_size, layout);
-    if (!fits)
-        return ERROR_INVALID_PARAMETER;
-    std::memmove(request.out, request.in, request.in_size); // most often they are the same
-    return ERROR_SUCCESS;
+    return fits ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
 }
 
 } // namespace
@@ -112,8 +109,21 @@ DWORD read_layout(const io_request& request, transfer_layout* layout) {
         return ERROR_INVALID_PARAMETER;
     XferRequest header{};
     std::memcpy(&header, request.in, sizeof(header));
+    layout->block = request.in;
+    layout->block_size = request.in_size;
     return request.code == code::direct_transfer ? read_direct(request, header, layout)
                                                  : read_buffered(request, header, layout);
+}
+
+driver_transfer::driver_transfer(const transfer_layout& layout) : layout_(layout) {
+    if (layout.output == nullptr)
+        return;
+    system_buffer_.assign(layout.block, layout.block + layout.block_size);
+    const auto copy_of = [&](std::uint8_t* part) { return system_buffer_.data() + (part - layout.block); };
+    layout_.block = system_buffer_.data();
+    layout_.data = copy_of(layout.data);
+    if (layout.table != nullptr)
+        layout_.table = copy_of(layout.table);
 }
 
 void driver_transfer::submit(const std::shared_ptr<driver_transfer>& self, ports::usb_port& port) {
@@ -164,7 +174,10 @@ io_outcome driver_transfer::deliver(const ports::usb_result& result) const {
     std::memcpy(layout_.block + offsetof(XferRequest, NtStatus), &words.nt, sizeof(words.nt));
     std::memcpy(layout_.block + offsetof(XferRequest, UsbdStatus), &words.usbd, sizeof(words.usbd));
     const bool never_started = end == ports::usb_end::gone || end == ports::usb_end::no_endpoint;
-    return {words.error, static_cast<DWORD>(layout_.counted_before_data + count), !never_started};
+    const std::size_t bytes = layout_.counted_before_data + count;
+    if (layout_.output != nullptr && words.error == ERROR_SUCCESS)
+        std::memcpy(layout_.output, system_buffer_.data(), bytes);
+    return {words.error, static_cast<DWORD>(bytes), !never_started};
 }
 
 // Packets that the port does not report have the end `rest` and no bytes.

@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 #include "jorvet/ports/ports.h"
 #include "jorvet/system/win32.h"
@@ -31,13 +32,15 @@ struct io_outcome {
 // Called with an answer that comes later, on any thread. Does not block.
 using io_done = std::function<void(const io_outcome&)>;
 
-// Where the parts of a transfer are in the caller's memory. `block` begins with an XferRequest.
+// Where the parts of a transfer are in the request's memory. `block` begins with an XferRequest.
 struct transfer_layout {
     std::uint8_t endpoint = 0; // 0: control
     bool inbound = false;
     ports::usb_setup setup;
     unsigned timeout_ms = 0;
     std::uint8_t* block = nullptr;
+    std::size_t block_size = 0;
+    std::uint8_t* output = nullptr; // of a buffered request: receives a copy of the block if it succeeds
     std::uint8_t* table = nullptr;
     std::size_t packets = 0;
     std::uint8_t* data = nullptr;
@@ -47,13 +50,12 @@ struct transfer_layout {
 
 // Finds the parts in the buffers of one of the three transfer requests. Returns ERROR_SUCCESS,
 // ERROR_INVALID_PARAMETER (the block is too short, contradicts itself, or refers to places outside itself) or
-// ERROR_INSUFFICIENT_BUFFER (a buffered request whose block does not fit into the output); touches the buffers only
-// with ERROR_SUCCESS.
+// ERROR_INSUFFICIENT_BUFFER (a buffered request whose block does not fit into the output).
 DWORD read_layout(const io_request& request, transfer_layout* layout);
 
 class driver_transfer {
   public:
-    explicit driver_transfer(const transfer_layout& layout) : layout_(layout) {}
+    explicit driver_transfer(const transfer_layout& layout);
     driver_transfer(const driver_transfer&) = delete;
     driver_transfer& operator=(const driver_transfer&) = delete;
 
@@ -76,7 +78,9 @@ class driver_transfer {
     io_outcome deliver(const ports::usb_result& result) const;
     void fill_table(const ports::usb_result& result, ports::usb_end rest) const;
 
-    const transfer_layout layout_;
+    // The system's copy of the block of a buffered request, in which the driver works.
+    std::vector<std::uint8_t> system_buffer_;
+    transfer_layout layout_;
     std::atomic<bool> finished_{false};
     // Guards the members below and the caller's memory. Held while `done_` runs, so that a second end waits until the
     // first is reported; never in a call to the port.

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <thread>
 
 #include "jorvet/system/cyusb_driver.h"
 
@@ -185,6 +186,13 @@ io_outcome answer(open_device& device, const io_request& request) {
     return {ERROR_INVALID_FUNCTION};
 }
 
+std::string lower_case(std::string text) {
+    for (char& letter : text)
+        if (letter >= 'A' && letter <= 'Z')
+            letter = static_cast<char>(letter - 'A' + 'a');
+    return text;
+}
+
 } // namespace
 
 std::string interface_path(const ports::usb_identity& identity) {
@@ -196,13 +204,13 @@ std::string interface_path(const ports::usb_identity& identity) {
     std::snprintf(tail, sizeof(tail), "#{%08lx-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
                   static_cast<unsigned long>(data1), data2 + 0u, data3 + 0u, data4[0] + 0u, data4[1] + 0u,
                   data4[2] + 0u, data4[3] + 0u, data4[4] + 0u, data4[5] + 0u, data4[6] + 0u, data4[7] + 0u);
-    return head + identity.serial_number + tail;
+    return lower_case(head + identity.serial_number + tail);
 }
 
 std::shared_ptr<open_device> open_path(const std::string& path, DWORD* error) {
     *error = ERROR_FILE_NOT_FOUND;
     for (const auto& port : ports::attached_usb_devices()) {
-        if (interface_path(port->identity()) != path)
+        if (interface_path(port->identity()) != lower_case(path))
             continue;
         auto device = std::make_shared<open_device>(port);
         *error = open_error_for(device->open());
@@ -245,9 +253,9 @@ bool open_device::enlist(const transfer_pointer& transfer) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (closed_)
         return false;
-    const auto is_finished = [](const transfer_pointer& other) { return other->finished(); };
+    const auto is_finished = [](const started_transfer& other) { return other.transfer->finished(); };
     pending_.erase(std::remove_if(pending_.begin(), pending_.end(), is_finished), pending_.end());
-    pending_.push_back(transfer);
+    pending_.push_back({transfer, std::this_thread::get_id()});
     return true;
 }
 
@@ -261,16 +269,27 @@ void open_device::cancel(const transfer_pointer& transfer) {
 }
 
 void open_device::close() {
-    std::vector<transfer_pointer> transfers;
+    std::vector<started_transfer> transfers;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (closed_.exchange(true))
             return;
         transfers.swap(pending_);
     }
-    for (const auto& transfer : transfers)
+    for (const auto& [transfer, starter] : transfers)
         cancel(transfer);
     port_->close();
+}
+
+void open_device::cancel_started_by(std::thread::id thread) {
+    std::vector<started_transfer> transfers;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        transfers = pending_;
+    }
+    for (const auto& [transfer, starter] : transfers)
+        if (starter == thread && !transfer->finished())
+            cancel(transfer);
 }
 
 ports::port_status open_device::presence() {

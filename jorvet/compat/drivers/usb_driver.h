@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "jorvet/compat/drivers/driver_transfer.h"
@@ -16,7 +17,8 @@ namespace jorvet::compat::usb {
 // The class of the device interfaces that this driver serves.
 inline constexpr GUID interface_class = cyusb::driver_class<GUID>();
 
-// The path of a device's interface: shorter than 255 characters, and different for any two attached devices.
+// The path of a device's interface: shorter than 255 characters, in lower case, and different for any two attached
+// devices.
 std::string interface_path(const ports::usb_identity& identity);
 
 class open_device {
@@ -38,6 +40,9 @@ class open_device {
     // Harmless the second time; the destructor calls it.
     void close();
 
+    // Ends what a thread has started on this handle in the same way.
+    void cancel_started_by(std::thread::id thread);
+
     ports::usb_port& port() { return *port_; }
     // Whether the device is still attached, for requests that need nothing else from it.
     ports::port_status presence();
@@ -56,12 +61,17 @@ class open_device {
     const std::shared_ptr<ports::usb_port> port_;
     std::atomic<bool> closed_{true};
     std::mutex mutex_; // guards the members below
-    std::vector<transfer_pointer> pending_;
+    struct started_transfer {
+        transfer_pointer transfer;
+        std::thread::id starter;
+    };
+    std::vector<started_transfer> pending_;
     std::map<std::uint8_t, std::uint32_t> transfer_sizes_;
 };
 
-// Opens the attached device whose interface has this path. Null with `*error`: ERROR_FILE_NOT_FOUND (no such path, or
-// the device is gone), ERROR_ACCESS_DENIED (it refuses) or ERROR_GEN_FAILURE. Throws std::bad_alloc.
+// Opens the attached device whose interface has this path, letters compared without case. Null with `*error`:
+// ERROR_FILE_NOT_FOUND (no such path, or the device is gone), ERROR_ACCESS_DENIED (it refuses) or ERROR_GEN_FAILURE.
+// Throws std::bad_alloc.
 std::shared_ptr<open_device> open_path(const std::string& path, DWORD* error);
 
 } // namespace jorvet::compat::usb

@@ -74,6 +74,10 @@ void event::reset() {
 
 } // namespace
 
+std::shared_ptr<waitable> make_event(bool manual_reset, bool signalled) {
+    return std::make_shared<event>(manual_reset, signalled);
+}
+
 } // namespace jorvet::compat::kernel
 
 using namespace jorvet::compat;
@@ -84,8 +88,7 @@ HANDLE CreateEventA(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL ini
     return guarded(__func__, HANDLE{}, [&] {
         if (attributes != nullptr || (name != nullptr && *name != '\0'))
             return fail(ERROR_INVALID_PARAMETER, HANDLE{});
-        auto event = std::make_shared<kernel::event>(manual_reset != FALSE, initial_state != FALSE);
-        const HANDLE handle = kernel::handles().add(std::move(event));
+        const HANDLE handle = kernel::handles().add(kernel::make_event(manual_reset != FALSE, initial_state != FALSE));
         SetLastError(ERROR_SUCCESS);
         return handle;
     });

@@ -32,6 +32,9 @@ class waitable : public object {
     virtual void reset() = 0; // removes the signal
 };
 
+// An event object that no handle stands for yet.
+std::shared_ptr<waitable> make_event(bool manual_reset, bool signalled);
+
 // The open handles of the process.
 handle_table<object>& handles();
 

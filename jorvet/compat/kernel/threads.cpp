@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "jorvet/compat/kernel/objects.h"
 
@@ -27,6 +29,10 @@ DWORD GetLastError() {
 
 void SetLastError(DWORD error) {
     last_error = error;
+}
+
+void Sleep(DWORD milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
 HANDLE GetCurrentThread() {

@@ -1,5 +1,4 @@
-// Snapshots of the device interfaces that are present. Only the class of the USB driver has
-// members here. Any thread.
+// Snapshots of the device interfaces that are present. Only the class of the USB driver has members here. Any thread.
 #include <cstddef>
 #include <cstring>
 #include <vector>
@@ -12,6 +11,9 @@
 namespace jorvet::compat::setup {
 
 namespace {
+
+// The setup class of USB devices, which the records of devices name; interfaces name the driver's own class.
+constexpr GUID setup_class = {0x36FC9E60, 0xC465, 0x11CF, {0x80, 0x56, 0x44, 0x45, 0x53, 0x54, 0, 0}};
 
 using interface_set = std::vector<std::string>; // the paths of the members
 
@@ -67,8 +69,10 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO set, SP_DEVINFO_DATA* device, const GU
         const auto members = sets().find(set);
         if (!members)
             return fail(ERROR_INVALID_HANDLE, FALSE);
-        if (device != nullptr || class_guid == nullptr || data == nullptr || data->cbSize != sizeof(*data))
+        if (device != nullptr || class_guid == nullptr)
             return fail(ERROR_INVALID_PARAMETER, FALSE);
+        if (data == nullptr || data->cbSize != sizeof(*data))
+            return fail(ERROR_INVALID_USER_BUFFER, FALSE);
         if (!is_served(*class_guid) || index >= members->size())
             return fail(ERROR_NO_MORE_ITEMS, FALSE);
         constexpr DWORD active = 1;
@@ -85,9 +89,10 @@ BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* da
         if (!members)
             return fail(ERROR_INVALID_HANDLE, FALSE);
         const std::string* const path = member(*members, data);
-        if (path == nullptr || !is_sized_or_null(detail) || (detail == nullptr && size != 0) ||
-            !is_sized_or_null(device))
+        if (path == nullptr)
             return fail(ERROR_INVALID_PARAMETER, FALSE);
+        if (!is_sized_or_null(detail) || (detail == nullptr && size != 0) || !is_sized_or_null(device))
+            return fail(ERROR_INVALID_USER_BUFFER, FALSE);
         constexpr DWORD before_path = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
         const auto needed = static_cast<DWORD>(before_path + path->size() + 1);
         if (required != nullptr)
@@ -96,7 +101,7 @@ BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO set, SP_DEVICE_INTERFACE_DATA* da
             return fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
         std::memcpy(reinterpret_cast<char*>(detail) + before_path, path->c_str(), path->size() + 1);
         if (device != nullptr)
-            *device = {sizeof(*device), data->InterfaceClassGuid, static_cast<DWORD>(data->Reserved), 0};
+            *device = {sizeof(*device), setup_class, static_cast<DWORD>(data->Reserved), 0};
         return TRUE;
     });
 }

@@ -54,6 +54,12 @@ void simulated_controller::plan_transfer(std::uint8_t endpoint, const transfer_p
     impl_->add_plan(endpoint, plan);
 }
 
+void simulated_controller::plan_aborts(const abort_plan& plan) {
+    const state_lock lock(impl_->mutex);
+    impl_->aborts = plan;
+    impl_->aborts_planned_at = impl_->state.aborts;
+}
+
 void simulated_controller::set_control_handler(control_handler handler) {
     impl_->handler.replace(handler ? std::make_shared<const control_handler>(std::move(handler)) : nullptr);
 }
@@ -155,9 +161,7 @@ port_status simulated_controller::abort(std::uint8_t endpoint) {
     return impl_->if_there([&](state_lock&) {
         if (impl_->model.find(endpoint) == nullptr)
             return port_status::bad_value;
-        ++impl_->state.aborts;
-        impl_->model.place_of(endpoint).end_all(impl_->options.end_when_aborted);
-        return port_status::ok;
+        return impl_->abort(endpoint);
     });
 }
 

@@ -37,6 +37,7 @@ class JV_SIM_API simulated_controller final : public ports::usb_port,
     // How one transfer on an endpoint (0: control) is changed: the oldest pending one that has no plan yet, or else the
     // next to be started that has none.
     void plan_transfer(std::uint8_t endpoint, const transfer_plan& plan);
+    void plan_aborts(const abort_plan& plan);
     // In place of the boot loader. Without either, vendor and class requests are stalled. Returns once no call of the
     // previous handler is in progress.
     void set_control_handler(control_handler handler);

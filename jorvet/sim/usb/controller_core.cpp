@@ -184,6 +184,22 @@ void controller_core::end_all(usb_end end) {
         model.place_of(address).end_all(end);
 }
 
+ports::port_status controller_core::abort(std::uint8_t address) {
+    const unsigned number = ++state.aborts - aborts_planned_at;
+    const bool planned = number >= aborts.first && number - aborts.first < aborts.count;
+    if (planned && aborts.late.count() == 0)
+        return ports::port_status::failed;
+    const auto end = [address, up_to = last_id_](controller_core& self, state_lock&) {
+        self.model.place_of(address).end_all(self.options.end_when_aborted, up_to);
+    };
+    state_lock unused;
+    if (planned)
+        run_at(clock::now() + aborts.late, end);
+    else
+        end(*this, unused);
+    return ports::port_status::ok;
+}
+
 void controller_core::allow(std::optional<std::size_t> bytes) {
     state_lock lock(mutex);
     allowance = bytes;

@@ -32,6 +32,8 @@ class controller_core : public std::enable_shared_from_this<controller_core> {
     void serve(state_lock& lock, std::uint8_t address);
     void serve_all(state_lock& lock);
     void end_all(ports::usb_end end);
+    // Aborts the transfers of an endpoint of the selected setting, as planned. With `mutex` held.
+    ports::port_status abort(std::uint8_t address);
     void allow(std::optional<std::size_t> bytes);
 
     // Returns `use(lock)`, or gone when the device is unplugged.
@@ -51,6 +53,8 @@ class controller_core : public std::enable_shared_from_this<controller_core> {
     controller_state state; // but for `alternate`, which the model knows
     usb_device_model model;
     byte_pieces to_host_queue;
+    abort_plan aborts{0, 0};
+    unsigned aborts_planned_at = 0;       // number of aborts before
     std::optional<std::size_t> allowance; // how many more bytes the board takes, if that is limited
     std::shared_ptr<simulated_device> successor;
 

@@ -1,6 +1,7 @@
 // The options of a simulated controller, and its state as tests see it.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -28,6 +29,13 @@ struct controller_options {
     std::shared_ptr<fx3_boot_loader> boot_loader;      // answers vendor requests, if there is one
     // How a transfer ends that the host aborts. Some drivers report it as a failed one.
     ports::usb_end end_when_aborted = ports::usb_end::cancelled;
+};
+
+// The host's `first`th abort from now on (1: the next), and those after it up to `count`, are refused or, with `late`,
+// end their transfers that much later.
+struct abort_plan {
+    unsigned first = 1, count = 1;
+    std::chrono::milliseconds late{0};
 };
 
 // Answers a vendor or class request: returns the data for the host (none if the data go to the device), or nothing for

@@ -134,6 +134,7 @@ std::optional<started_transfer> simulated_endpoint::take(time_point now) {
     std::optional<started_transfer> transfer = std::move(pending_.front());
     pending_.pop_front();
     taken_ = true;
+    taken_id_ = transfer->id;
     ended_meanwhile_.reset();
     return transfer;
 }
@@ -164,10 +165,14 @@ std::vector<usb_packet> simulated_endpoint::records_of(const started_transfer& t
     return records;
 }
 
-void simulated_endpoint::end_all(usb_end end) {
-    ended_meanwhile_ = end;
-    for (const started_transfer& transfer : std::exchange(pending_, {}))
+void simulated_endpoint::end_all(usb_end end, std::uint64_t up_to) {
+    if (taken_ && taken_id_ <= up_to)
+        ended_meanwhile_ = end;
+    while (!pending_.empty() && pending_.front().id <= up_to) {
+        const started_transfer transfer = std::move(pending_.front());
+        pending_.pop_front();
         transfer.end(end);
+    }
 }
 
 void simulated_endpoint::end_one(std::uint64_t id, usb_end end) {

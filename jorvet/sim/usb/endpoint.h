@@ -3,6 +3,7 @@
 #pragma once
 
 #include <deque>
+#include <limits>
 
 #include "jorvet/sim/usb/transfer_plan.h"
 #include "jorvet/sim/usb/usb_numbers.h"
@@ -55,7 +56,8 @@ class simulated_endpoint {
     void put_back(started_transfer transfer);
     void end(const started_transfer& transfer, ports::usb_end end, byte_view data = {});
 
-    void end_all(ports::usb_end end);
+    // Ends what has been started and is pending; with `up_to`, transfers with a higher id stay.
+    void end_all(ports::usb_end end, std::uint64_t up_to = std::numeric_limits<std::uint64_t>::max());
     void end_one(std::uint64_t id, ports::usb_end end);
     void set_halted(bool halted); // a halt ends what is pending
     bool halted() const { return halted_; }
@@ -77,6 +79,7 @@ class simulated_endpoint {
     std::deque<started_transfer> pending_;
     std::deque<transfer_plan> plans_; // for transfers to come
     bool taken_ = false;              // a transfer is out
+    std::uint64_t taken_id_ = 0;
     std::optional<ports::usb_end> ended_meanwhile_;
 };
 

@@ -1,0 +1,180 @@
+// What Windows does with requests to a device, by whoever does it: but for the plugging in, the cases use what win32.h
+// declares, and a Cypress device whose board sends nothing unasked.
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "jorvet/sim/usb/controller.h"
+#include "jorvet/system/cyusb_driver.h"
+#include "jorvet/system/win32.h"
+
+namespace {
+
+namespace code = jorvet::cyusb::driver_request;
+using bytes = std::vector<BYTE>;
+const GUID driver_class = jorvet::cyusb::driver_class<GUID>();
+
+HANDLE open_path(const std::string& path, DWORD access) {
+    return CreateFileA(path.c_str(), access, 3, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+}
+
+// The first device of the class, by its path in the list of interfaces.
+struct listed_device {
+    HDEVINFO set = SetupDiGetClassDevsA(&driver_class, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+    SP_DEVICE_INTERFACE_DATA data{sizeof(data), {}, 0, 0};
+    SP_DEVINFO_DATA info{sizeof(info), {}, 0, 0};
+    struct {
+        SP_DEVICE_INTERFACE_DETAIL_DATA_A record;
+        char rest[256];
+    } detail{};
+
+    listed_device() {
+        detail.record.cbSize = sizeof(detail.record);
+        EXPECT_TRUE(SetupDiEnumDeviceInterfaces(set, nullptr, &driver_class, 0, &data) && get());
+    }
+    ~listed_device() { SetupDiDestroyDeviceInfoList(set); }
+    bool get() {
+        return SetupDiGetDeviceInterfaceDetailA(set, &data, &detail.record, sizeof(detail), nullptr, &info) != FALSE;
+    }
+    std::string path() const {
+        return reinterpret_cast<const char*>(&detail) + offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
+    }
+};
+
+// A request to the device that is kept for the length of a case.
+struct request {
+    explicit request(HANDLE event) { record.hEvent = event; }
+    bool start(HANDLE device, DWORD with_code) {
+        const DWORD room = with_code == code::direct_transfer ? DWORD(data.size()) : DWORD(block.size());
+        BYTE* const out = with_code == code::direct_transfer ? data.data() : block.data();
+        return DeviceIoControl(device, with_code, block.data(), DWORD(block.size()), out, room, &returned, &record);
+    }
+    // A read of the board's endpoint.
+    void read(HANDLE device, DWORD with_code) {
+        XferRequest header{};
+        header.EndpointAddress = 0x81;
+        header.DataOffset = with_code == code::direct_transfer ? 0 : DWORD(sizeof(header));
+        header.DataLength = with_code == code::direct_transfer ? 0 : 8;
+        block.assign(sizeof(header) + header.DataLength, 'x');
+        std::memcpy(block.data(), &header, sizeof(header));
+        EXPECT_TRUE(!start(device, with_code) && GetLastError() == ERROR_IO_PENDING);
+    }
+    DWORD result(HANDLE device, BOOL wait = FALSE) {
+        return GetOverlappedResult(device, &record, &moved, wait) ? 0 : GetLastError();
+    }
+    OVERLAPPED record{};
+    DWORD returned = 77, moved = 77;
+    bytes block = bytes(1, 0x81), data = bytes(8);
+};
+
+jorvet::sim::controller_options named(const char* serial_number) {
+    jorvet::sim::controller_options options;
+    options.serial_number = serial_number;
+    return options;
+}
+
+class Overlapped : public ::testing::Test {
+  protected:
+    ~Overlapped() override {
+        CloseHandle(device);
+        CloseHandle(event);
+        controller->unplug();
+    }
+    void abort() {
+        request cancel(nullptr);
+        cancel.start(device, code::abort_pipe);
+        while (!HasOverlappedIoCompleted(&cancel.record))
+            Sleep(1);
+    }
+
+    const std::shared_ptr<jorvet::sim::simulated_controller> controller =
+        jorvet::sim::simulated_controller::plug_in(named("Serial-A"));
+    HANDLE device = open_path(listed_device().path(), GENERIC_READ | GENERIC_WRITE);
+    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+};
+
+TEST_F(Overlapped, a_refused_request_leaves_its_record_pending) {
+    request unknown(event);
+    EXPECT_TRUE(!unknown.start(device, 0x00220014) && GetLastError() == ERROR_INVALID_FUNCTION);
+    EXPECT_TRUE(unknown.returned == 77 && unknown.record.Internal == STATUS_PENDING);
+    EXPECT_TRUE(unknown.result(device) == ERROR_IO_INCOMPLETE && unknown.moved == 77);
+    SetEvent(event); // ends the one wait, and a pending request counts as a success then
+    EXPECT_TRUE(unknown.result(device, TRUE) == 0 && WaitForSingleObject(event, 0) == WAIT_TIMEOUT);
+}
+
+TEST_F(Overlapped, a_cancelled_buffered_request_returns_nothing_and_a_direct_one_its_status_words) {
+    for (const DWORD with_code : {code::buffered_transfer, code::direct_transfer}) {
+        request in(event);
+        in.read(device, with_code);
+        const bytes before = in.block;
+        abort();
+        EXPECT_EQ(in.result(device, TRUE), ERROR_OPERATION_ABORTED);
+        EXPECT_TRUE(in.record.Internal == 0xC0000120 && in.block == before);
+    }
+}
+
+TEST_F(Overlapped, a_transfer_that_fails_on_the_bus_succeeds_as_a_request) {
+    jorvet::sim::transfer_plan plan;
+    plan.end = jorvet::ports::usb_end::stalled;
+    controller->plan_transfer(0x81, plan);
+    request in(event);
+    XferRequest header{};
+    header.EndpointAddress = 0x81;
+    in.block.assign(sizeof(header), 0);
+    std::memcpy(in.block.data(), &header, sizeof(header));
+    in.start(device, code::direct_transfer);
+    EXPECT_EQ(in.result(device, TRUE), 0u);
+    std::memcpy(&header, in.block.data(), sizeof(header));
+    EXPECT_TRUE(header.NtStatus != 0 && header.UsbdStatus == 0xC0000004 && in.record.Internal == 0);
+}
+
+TEST_F(Overlapped, a_record_without_an_event_tells_its_end_and_the_handle_is_signalled) {
+    request in(nullptr);
+    in.read(device, code::direct_transfer);
+    EXPECT_TRUE(!HasOverlappedIoCompleted(&in.record) && WaitForSingleObject(device, 0) == WAIT_TIMEOUT);
+    controller->board().send_raw({1, 2, 3});
+    EXPECT_TRUE(in.result(device, TRUE) == 0 && in.moved == 3 && WaitForSingleObject(device, 0) == WAIT_OBJECT_0);
+}
+
+TEST_F(Overlapped, a_finished_request_tells_its_outcome_when_the_handle_is_closed) {
+    request in(event);
+    in.read(device, code::direct_transfer);
+    EXPECT_TRUE(CloseHandle(device) && in.result(device, TRUE) == ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(in.result(nullptr), ERROR_OPERATION_ABORTED);
+}
+
+TEST_F(Overlapped, what_a_thread_has_started_is_cancelled_when_it_ends) {
+    request in(event);
+    std::thread([&] { in.read(device, code::direct_transfer); }).join();
+    EXPECT_EQ(in.result(device, TRUE), ERROR_OPERATION_ABORTED);
+}
+
+TEST_F(Overlapped, an_abort_may_end_its_transfers_after_its_own_end) {
+    controller->plan_aborts({1, 1, std::chrono::milliseconds(20)});
+    request in(event);
+    in.read(device, code::direct_transfer);
+    abort();
+    EXPECT_EQ(in.result(device), ERROR_IO_INCOMPLETE);
+    EXPECT_EQ(in.result(device, TRUE), ERROR_OPERATION_ABORTED);
+}
+
+TEST_F(Overlapped, paths_are_in_lower_case_open_in_any_and_for_reading_alone) {
+    std::string path = listed_device().path();
+    EXPECT_NE(path.find("#serial-a#"), std::string::npos) << path;
+    for (char& letter : path)
+        letter = static_cast<char>(std::toupper(letter));
+    const HANDLE again = open_path(path, GENERIC_READ);
+    EXPECT_TRUE(again != INVALID_HANDLE_VALUE && CloseHandle(again));
+}
+
+TEST_F(Overlapped, records_of_the_device_list_have_their_class_and_size) {
+    listed_device listed;
+    EXPECT_NE(std::memcmp(&listed.info.ClassGuid, &driver_class, sizeof(GUID)), 0) << "the class of the interface";
+    listed.detail.record.cbSize = 99;
+    EXPECT_TRUE(!listed.get() && GetLastError() == ERROR_INVALID_USER_BUFFER);
+}
+
+} // namespace
