@@ -1,9 +1,11 @@
-// The descriptors of USB devices, as they come over the bus: packed, little-endian. Layouts of device, configuration,
-// interface, endpoint and string descriptors: Universal Serial Bus (USB) 2.0, chapter 9.6; those of
-// the BOS, its capabilities and the SuperSpeed endpoint companion: USB 3.x, chapter 9.6.
+// The descriptors of USB devices, as they come over the bus: packed, little-endian. Those of devices, configurations,
+// interfaces, endpoints and the BOS are in jorvet/system/usb_records.h; here are those that Windows has under other
+// names. Layouts: USB 3.x, chapter 9.6.
 #pragma once
 
 #include <cstdint>
+
+#include "jorvet/system/usb_records.h"
 
 namespace jorvet::cyusb {
 
@@ -48,68 +50,12 @@ constexpr bool is_usb3(std::uint16_t bcd_usb) {
 
 #pragma pack(push, 1)
 
-struct USB_DEVICE_DESCRIPTOR {
-    std::uint8_t bLength;
-    std::uint8_t bDescriptorType;
-    std::uint16_t bcdUSB;
-    std::uint8_t bDeviceClass;
-    std::uint8_t bDeviceSubClass;
-    std::uint8_t bDeviceProtocol;
-    std::uint8_t bMaxPacketSize0;
-    std::uint16_t idVendor;
-    std::uint16_t idProduct;
-    std::uint16_t bcdDevice;
-    std::uint8_t iManufacturer;
-    std::uint8_t iProduct;
-    std::uint8_t iSerialNumber;
-    std::uint8_t bNumConfigurations;
-};
-
-struct USB_CONFIGURATION_DESCRIPTOR {
-    std::uint8_t bLength;
-    std::uint8_t bDescriptorType;
-    std::uint16_t wTotalLength;
-    std::uint8_t bNumInterfaces;
-    std::uint8_t bConfigurationValue;
-    std::uint8_t iConfiguration;
-    std::uint8_t bmAttributes;
-    std::uint8_t MaxPower;
-};
-
-struct USB_INTERFACE_DESCRIPTOR {
-    std::uint8_t bLength;
-    std::uint8_t bDescriptorType;
-    std::uint8_t bInterfaceNumber;
-    std::uint8_t bAlternateSetting;
-    std::uint8_t bNumEndpoints;
-    std::uint8_t bInterfaceClass;
-    std::uint8_t bInterfaceSubClass;
-    std::uint8_t bInterfaceProtocol;
-    std::uint8_t iInterface;
-};
-
-struct USB_ENDPOINT_DESCRIPTOR {
-    std::uint8_t bLength;
-    std::uint8_t bDescriptorType;
-    std::uint8_t bEndpointAddress;
-    std::uint8_t bmAttributes;
-    std::uint16_t wMaxPacketSize;
-    std::uint8_t bInterval;
-};
-
 struct USB_SS_ENDPOINT_COMPANION_DESCRIPTOR {
     std::uint8_t bLength;
     std::uint8_t bDescriptorType;
     std::uint8_t bMaxBurst;
     std::uint8_t bmAttributes;
     std::uint16_t wBytesPerInterval;
-};
-
-struct USB_BOS_DESCRIPTOR {
-    std::uint8_t bLength;
-    std::uint8_t bDescriptorType;
-    std::uint16_t wTotalLength;
-    std::uint8_t bNumDeviceCaps;
 };
 
 struct USB_BOS_USB20_DEVICE_EXTENSION {
@@ -140,12 +86,7 @@ struct USB_BOS_CONTAINER_ID {
 
 #pragma pack(pop)
 
-static_assert(sizeof(USB_DEVICE_DESCRIPTOR) == 18);
-static_assert(sizeof(USB_CONFIGURATION_DESCRIPTOR) == 9);
-static_assert(sizeof(USB_INTERFACE_DESCRIPTOR) == 9);
-static_assert(sizeof(USB_ENDPOINT_DESCRIPTOR) == 7);
 static_assert(sizeof(USB_SS_ENDPOINT_COMPANION_DESCRIPTOR) == 6);
-static_assert(sizeof(USB_BOS_DESCRIPTOR) == 5);
 static_assert(sizeof(USB_BOS_USB20_DEVICE_EXTENSION) == 7);
 static_assert(sizeof(USB_BOS_SS_DEVICE_CAPABILITY) == 10);
 static_assert(sizeof(USB_BOS_CONTAINER_ID) == 20);
