@@ -98,10 +98,10 @@ TEST_F(Faults, OfReceivingCloseTheLink) {
 using BackgroundThread = EachLink;
 
 TEST_P(BackgroundThread, ThatFailsEndsReceivingAndAnFtdiLinkUntilTheNextConnect) {
-    hear([](const std::string&) { throw std::runtime_error("of the writer"); });
+    diagnostics::set_writer([](const std::string&) { throw std::runtime_error("of the writer"); });
     board.send("00 00"); // lost: the report of it throws
     EXPECT_EQ(eventually([&] { return !jorvet.is_open(); }, 300), GetParam() == Behind::bridge);
-    hear(nullptr);
+    diagnostics::set_writer(nullptr);
     set_timeouts(30);
     board.send("80 A000 0000");
     EXPECT_EQ(jorvet.wait_for_reply(), JV_ERR_REPLY_TIMEOUT);
