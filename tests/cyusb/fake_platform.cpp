@@ -168,6 +168,8 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD in_size, LPVOID
     auto* const bytes = static_cast<BYTE*>(in);
     const Request request{code, Bytes(bytes, bytes + in_size), out_size};
     os.log.push_back(text_of(request));
+    if (os.log.size() > 100000)
+        throw std::logic_error("requests without end");
     const Reply reply = answer(request);
     Transfer transfer{in_size >= 38 ? bytes : nullptr, static_cast<BYTE*>(out), reply.later};
     if (!reply.later)
