@@ -62,6 +62,8 @@ def main():
         good = value >= aim if relation == ">=" else value <= aim
         print(f"{label:52} {time(floor) * 1e9:8.0f} ns {time(measured) * 1e9:8.0f} ns {value:7.2f}  {relation} {aim}"
               f"{'' if good else '  MISSED'}")
+    for link in ("FTDI", "Cypress"):
+        print(f"connect and disconnect, {link} link: median {time(f'reconnect_{link.lower()}') * 1e3:.1f} ms  < 25")
     print(f"64 instances at once: {1 / time('many_instances'):.0f} requests per second in total")
 
 

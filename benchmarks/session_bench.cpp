@@ -10,8 +10,10 @@
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
 
+#include "jorvet/base/kinds.h"
 #include "jorvet/core/jorvet.h"
 #include "jorvet/sim/bridge.h"
+#include "jorvet/sim/usb/controller.h"
 
 namespace {
 
@@ -95,6 +97,25 @@ void round_trip(benchmark::State& state) {
         state.SkipWithError("a request failed");
 }
 BENCHMARK(round_trip)->UseRealTime();
+
+template <class Device>
+void reconnect(benchmark::State& state, unsigned int kind) {
+    const std::shared_ptr<Device> device = Device::plug_in();
+    CJorvet instance(kind);
+    unsigned int failures = 0;
+    time_each(state, [&] { failures |= instance.connect(0) | instance.disconnect(); });
+    device->unplug();
+    if (failures != 0)
+        state.SkipWithError("connecting or disconnecting failed");
+}
+void reconnect_ftdi(benchmark::State& state) {
+    reconnect<jorvet::sim::simulated_bridge>(state, JV_KIND_FTDI);
+}
+void reconnect_cypress(benchmark::State& state) {
+    reconnect<jorvet::sim::simulated_controller>(state, JV_KIND_CYPRESS);
+}
+BENCHMARK(reconnect_ftdi)->UseRealTime();
+BENCHMARK(reconnect_cypress)->UseRealTime();
 
 void many_instances(benchmark::State& state) {
     constexpr int instances = 64;

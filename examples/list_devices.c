@@ -9,8 +9,8 @@ int main(void) {
     jv_sim* second = jv_sim_attach_bridge("JV-0002", "right board");
     jv_sim* third = jv_sim_attach_controller("JV-1001", "board behind a USB controller", JV_SIM_SUPER_SPEED);
 
-    /* Room for every device there can be, and zeroed: the texts of a record are not terminated. */
-    static COM_INFO list[255];
+    /* Room for every device of either kind, and zeroed: the texts of a record are not terminated. */
+    static COM_INFO list[2 * JV_MAX_DEVICES];
     unsigned char count = 0;
     JVGetComInfoList(list, &count);
     for (unsigned int i = 0; i < count; ++i)

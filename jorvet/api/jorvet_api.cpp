@@ -1,12 +1,22 @@
 // The C functions: each passes its arguments to one operation. No exception leaves them.
 #include "jorvet/api/jorvet_api.h"
 
+#if defined(__GLIBC__)
+#include <cxxabi.h>
+#endif
+
 #include "jorvet/api/com_info_export.h"
 #include "jorvet/com/usb_cyp_com.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
 #include "jorvet/core/jorvet.h"
 
 namespace {
+
+#if defined(__GLIBC__)
+using forced_unwind = abi::__forced_unwind; // what ends a cancelled thread: it must go on
+#else
+struct forced_unwind {};
+#endif
 
 // Runs `call` on the instance; without an instance `otherwise`, and `on_throw` when resources ran out.
 template <typename Result, typename Call>
@@ -15,6 +25,8 @@ Result guarded(CJorvet* instance, Result otherwise, Result on_throw, Call call) 
         return otherwise;
     try {
         return call(*instance);
+    } catch (const forced_unwind&) {
+        throw;
     } catch (...) {
         return on_throw;
     }
@@ -30,12 +42,16 @@ unsigned int status_of(CJorvet* instance, Call call) {
 CJorvet* JV_CALL JVGetInstance(unsigned int kind) {
     try {
         return new CJorvet(kind);
+    } catch (const forced_unwind&) {
+        throw;
     } catch (...) {
         return nullptr;
     }
 }
 
 void JV_CALL JVCloseInstance(CJorvet* instance) {
+    // First, because a destructor cannot let the end of a cancelled thread through.
+    status_of(instance, [](CJorvet& jorvet) { return jorvet.disconnect(); });
     delete instance;
 }
 
@@ -73,6 +89,8 @@ void JV_CALL JVGetComInfoList(COM_INFO* list, unsigned char* count) {
         for (const auto& record : controllers)
             jorvet::api::export_com_info(*record, list++);
         *count = static_cast<unsigned char>(bridges.size() + controllers.size());
+    } catch (const forced_unwind&) {
+        throw;
     } catch (...) { // out of memory: nothing is listed
     }
 }

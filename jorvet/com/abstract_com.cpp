@@ -3,6 +3,7 @@
 #include "jorvet/com/abstract_com.h"
 
 #include <typeinfo>
+#include <utility>
 
 #include <boost/chrono/duration.hpp>
 #include <boost/make_shared.hpp>
@@ -45,12 +46,22 @@ std::vector<unsigned char> CAbstractCom::read_input_data() {
 bool CAbstractCom::wait_for_rx_bytes() {
     const boost::chrono::milliseconds limit(m_rx_timeout / 1000);
     boost::unique_lock<boost::mutex> lock(m_rx_mutex);
-    while (!m_rx_ready && !m_rx_abort) {
+    while (!m_rx_ready && !m_rx_abort && !m_rx_wake) {
         if (m_rx_cond.wait_for(lock, limit) == boost::cv_status::timeout)
             return false;
     }
+    if (std::exchange(m_rx_wake, false) && !m_rx_ready)
+        return false;
     m_rx_ready = false;
     return !m_rx_abort;
+}
+
+void CAbstractCom::wake_consumer() {
+    {
+        const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+        m_rx_wake = true;
+    }
+    m_rx_cond.notify_all();
 }
 
 void CAbstractCom::end_receiving() {
@@ -71,6 +82,7 @@ unsigned int CAbstractCom::run_listening_thread(const std::function<void()>& bod
     m_listening_ready = false;
     m_listening_failure = JV_OK;
     m_rx_failed = false;
+    const boost::this_thread::disable_interruption uninterrupted; // or the thread would be left to itself
     m_listening_thread = boost::make_shared<boost::thread>(body);
     while (!m_listening_ready)
         boost::this_thread::sleep_for(boost::chrono::milliseconds(poll_ms));
@@ -90,6 +102,7 @@ void CAbstractCom::listening_ended() {
 }
 
 void CAbstractCom::join_listening_thread() {
+    const boost::this_thread::disable_interruption uninterrupted; // the thread uses this object
     if (m_listening_thread && m_listening_thread->joinable())
         m_listening_thread->join();
 }

@@ -63,9 +63,12 @@ class JV_API CAbstractCom {
     std::vector<unsigned char> read_input_data();
     // Waits for bytes, at most 30 ms; each wake-up without bytes restarts the 30 ms, which bound how long the consumer
     // goes without looking at its own stop flag. True when bytes have arrived since the last true; false on a time-out,
-    // and at once while the listening thread is being stopped. For the consumer.
+    // on wake_consumer, and at once while the listening thread is being stopped. For the consumer.
     bool wait_for_rx_bytes();
 
+    // Ends the present or else the next wait of wait_for_rx_bytes at once; it returns false. For whoever stops the
+    // consumer; not exported.
+    void wake_consumer();
     // Nothing will take received bytes any more: the listening thread ends, which closes an FTDI link and leaves a
     // Cypress link open. For the consumer, when it fails; not exported.
     void receiving_failed() { m_rx_failed = true; }
@@ -76,6 +79,7 @@ class JV_API CAbstractCom {
     boost::shared_ptr<CComInfo> m_com_info;
     std::atomic<void*> m_com_handle{nullptr};
     std::vector<unsigned char> m_rx_buffer; // guarded by m_rx_mutex
+    bool m_rx_wake = false;                 // the consumer is to stop waiting; guarded by m_rx_mutex
     bool m_rx_ready = false; // bytes arrived since the last true of wait_for_rx_bytes; guarded by m_rx_mutex
     std::atomic<bool> m_rx_abort{false};     // the listening thread is being stopped
     std::atomic<bool> m_rx_failed{false};    // the consumer has failed

@@ -1,9 +1,11 @@
 // The lines of the descriptor report. Runs on the caller's thread.
 #include "jorvet/com/descriptor_report.h"
 
+#include <cstdio>
 #include <iomanip>
 #include <iterator>
 #include <ostream>
+#include <string>
 
 namespace jorvet::com {
 
@@ -14,14 +16,20 @@ constexpr const char* hyphens = "--------------------------------";
 
 class report_writer {
   public:
-    explicit report_writer(std::ostream& out) : out_(out) {}
+    // Leaves the stream in hexadecimal. Its other settings must not show, so numbers are written as text.
+    explicit report_writer(std::ostream& out) : out_(out << std::setfill('0') << std::hex) {}
 
-    void line(const char* text) { out_ << text << std::endl; }
+    void line(const char* text) {
+        out_.width(0);
+        out_ << text << std::endl;
+    }
     // Values wider than `digits` are written whole.
     void number(const char* label, unsigned value, int digits = 2) {
-        out_ << label << std::setfill('0') << std::hex << std::setw(digits) << value << std::endl;
+        char text[9];
+        std::snprintf(text, sizeof(text), "%0*x", digits, value);
+        line((label + std::string(text)).c_str());
     }
-    void heading(const char* label, unsigned place) { out_ << label << place << std::endl; }
+    void heading(const char* label, unsigned place) { number(label, place, 1); }
 
     void header(const CCyUSBConfig& config) {
         number("bLength: 0x", config.bLength);

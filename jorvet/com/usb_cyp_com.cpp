@@ -196,6 +196,7 @@ unsigned int CUsbCypCom::start_listening_thread() {
 // The flag is set before the abort: a loop that starts its next transfer after the abort sees the flag and ends that
 // transfer itself.
 unsigned int CUsbCypCom::stop_listening_thread() {
+    const boost::this_thread::disable_interruption uninterrupted; // the thread uses this object
     m_listening_stopped = true;
     m_rx_abort = true;
     purge_tx();

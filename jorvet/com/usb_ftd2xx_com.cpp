@@ -30,7 +30,7 @@ CUsbFtd2xxCom::CUsbFtd2xxCom() = default;
 CUsbFtd2xxCom::~CUsbFtd2xxCom() {
     if (is_open())
         close();
-    join_listening_thread(); // of a link that closed itself
+    join_and_close_event(); // of a link that closed itself
 }
 
 unsigned int CUsbFtd2xxCom::load() {
@@ -60,7 +60,7 @@ unsigned int CUsbFtd2xxCom::open_by_index(unsigned char index) {
         if (is_open())
             return status;
     }
-    join_listening_thread(); // of a link that closed itself
+    join_and_close_event(); // of a link that closed itself
 
     FT_HANDLE handle = nullptr;
     const FT_STATUS opened = FT_Open(index, &handle);
@@ -170,7 +170,7 @@ unsigned int CUsbFtd2xxCom::start_listening_thread() {
     purge_tx();
     purge_rx();
     m_listening_stopped = true;
-    join_listening_thread();
+    join_and_close_event();
     return run_listening_thread([this] { listening_loop(); }, ready_poll_ms);
 }
 
@@ -179,7 +179,9 @@ unsigned int CUsbFtd2xxCom::stop_listening_thread() {
     purge_tx();
     purge_rx();
     m_listening_stopped = true;
-    join_listening_thread();
+    if (m_rx_event != nullptr)
+        SetEvent(m_rx_event); // ends its wait
+    join_and_close_event();
     end_receiving();
     return JV_OK;
 }
@@ -200,8 +202,15 @@ void CUsbFtd2xxCom::listening_loop() {
             ++m_cp_listening_loop;
         } while (!m_listening_stopped);
     }
-    CloseHandle(m_rx_event);
     listening_ended();
+}
+
+// The event outlives the thread, since whoever stops the thread signals it.
+void CUsbFtd2xxCom::join_and_close_event() {
+    join_listening_thread();
+    if (m_rx_event != nullptr)
+        CloseHandle(m_rx_event);
+    m_rx_event = nullptr;
 }
 
 // Registers the event that the driver signals when bytes arrive, and discards bytes received before. False with

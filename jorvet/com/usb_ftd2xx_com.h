@@ -69,8 +69,9 @@ class JV_API CUsbFtd2xxCom final : public CAbstractCom {
     bool listen_once();
     bool deliver_queued(std::size_t& count);
     void shut_down();
+    void join_and_close_event();
 
     std::map<unsigned short, unsigned int> m_mapping_error; // D2XX status to status code
     bool m_mapping_error_done = false;
-    void* m_rx_event = nullptr; // an event handle; the listening thread's
+    void* m_rx_event = nullptr; // an event handle, made by the listening thread; closed after its end
 };

@@ -11,7 +11,8 @@ namespace {
 
 using boost_lock = boost::unique_lock<boost::mutex>;
 
-// One wait for a frame of either kind: each wake-up that finds no frame starts the full time again.
+// One wait for a frame of either kind: each wake-up that finds no frame starts the full time again. `last_status` is
+// shared by both kinds, so a wait that its frame ended heeds the loss of the stream alone.
 unsigned int wait_for_frame(boost::mutex& mutex, boost::condition_variable& arrived, bool& ready,
                             const std::atomic<std::int64_t>& limit_us, unsigned int timeout_status,
                             std::atomic<unsigned int>& last_status) {
@@ -25,7 +26,7 @@ unsigned int wait_for_frame(boost::mutex& mutex, boost::condition_variable& arri
         }
     }
     ready = false;
-    return last_status;
+    return last_status == JV_ERR_CONTEXT_LOSS ? JV_ERR_CONTEXT_LOSS : JV_OK;
 }
 
 // Takes the newest frame of a queue whose mutex the caller holds.

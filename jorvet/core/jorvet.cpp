@@ -50,6 +50,7 @@ CJorvet::~CJorvet() {
 }
 
 unsigned int CJorvet::connect(unsigned char index) {
+    const boost::this_thread::disable_interruption uninterrupted; // it ends soon, and leaves all or nothing running
     if (const unsigned int status = prepare_connect())
         return status;
     if (const unsigned int status = m_com->open_by_index(index))
@@ -80,6 +81,8 @@ unsigned int CJorvet::prepare_connect() {
 unsigned int CJorvet::start_receiving() {
     if (!m_com->is_open())
         return JV_OK;
+    m_lost_events = 0;
+    m_event_count = 0;
     m_stop_thread = false; // before the thread begins, so that a disconnect right away finds it
     try {
         m_bkgd_thread = boost::make_shared<boost::thread>([this] { m_bkgd_thread_loop(); });
@@ -91,9 +94,15 @@ unsigned int CJorvet::start_receiving() {
 }
 
 unsigned int CJorvet::disconnect() {
+    const boost::this_thread::disable_interruption uninterrupted; // the background thread uses this object
     unsigned int result = JV_OK;
-    if (is_open())
-        result = m_com->close();
+    try {
+        if (is_open())
+            result = m_com->close();
+    } catch (...) {
+        stop_receiving();
+        throw;
+    }
     stop_receiving();
     purge_event_frame();
     purge_reply_frame();
@@ -103,6 +112,7 @@ unsigned int CJorvet::disconnect() {
 void CJorvet::stop_receiving() {
     m_stop_thread = true;
     if (m_bkgd_thread && m_bkgd_thread->joinable()) {
+        m_com->wake_consumer();
         m_bkgd_thread->join();
         m_bkgd_thread.reset();
     }

@@ -1,5 +1,6 @@
 // The Cypress link over simulated controllers: the device list, opening and closing, receiving, the descriptor report.
 #include <fstream>
+#include <iomanip>
 #include <sstream>
 
 #include "jorvet/com/descriptor_report.h"
@@ -291,9 +292,11 @@ TEST_P(CypressCom, ReportsItsDescriptorsAsStored) {
     expected << stored.rdbuf();
     std::streambuf* const usual = std::cout.rdbuf(seen.rdbuf());
     com.print_info();
-    std::cout << 255 << std::dec;
+    std::cout << 255 << std::uppercase << std::showbase << std::left << std::setw(9) << std::setfill('-') << std::oct;
+    com.print_info();
+    std::cout.copyfmt(std::ostringstream());
     std::cout.rdbuf(usual);
-    EXPECT_EQ(seen.str(), expected.str() + "ff") << "the stream stays in hexadecimal";
+    EXPECT_EQ(seen.str(), expected.str() + "ff" + expected.str()) << "the stream stays in hexadecimal";
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // The life of an instance: connecting, disconnecting, losing the link and losing the stream.
+#include <algorithm>
 #include <future>
 
 #include "tests/support/connected_board.h"
@@ -7,6 +8,8 @@ namespace jorvet::testing {
 namespace {
 
 using Lifecycle = ConnectedBoard;
+using EachInstance = EachLink;
+INSTANTIATE_TEST_SUITE_P(, EachInstance, ::testing::Values(Behind::bridge, Behind::high_speed_controller));
 
 TEST(Instance, ConnectsAgainAndAgainAndDisconnectsHarmlessly) {
     plugged_board board;
@@ -33,11 +36,37 @@ TEST_F(Lifecycle, KeepsModeAndTimeoutsButNoCountsAndFramesOverAReconnect) {
     EXPECT_EQ(jorvet.disconnect(), JV_OK);
     EXPECT_TRUE(jorvet.read_reply_frames().empty() && jorvet.read_event_frames().empty());
     ASSERT_EQ(jorvet.connect(0), JV_OK);
-    EXPECT_TRUE(eventually([&] { return jorvet.event_count() == 0 && jorvet.lost_events() == 0; }));
+    EXPECT_TRUE(jorvet.event_count() == 0 && jorvet.lost_events() == 0) << "at once";
     EXPECT_EQ(jorvet.mode(), 5);
     const steady::time_point start = steady::now();
     EXPECT_EQ(jorvet.wait_for_reply(), JV_ERR_REPLY_TIMEOUT);
     EXPECT_LT(milliseconds_since(start), 900) << "not the second of a new instance";
+}
+
+TEST_P(EachInstance, ConnectsAndDisconnectsWithoutWaitingOutItsTimeouts) {
+    long long fastest = 1000;
+    for (int round = 0; round < 10; ++round) {
+        jorvet.disconnect();
+        const steady::time_point start = steady::now();
+        ASSERT_TRUE(jorvet.connect(0) == JV_OK && jorvet.disconnect() == JV_OK);
+        fastest = std::min(fastest, milliseconds_since(start));
+    }
+    EXPECT_LT(fastest, 25);
+}
+
+TEST_P(EachInstance, ConnectsAndEndsOnAThreadThatHasBeenInterrupted) {
+    bool finished = false;
+    boost::thread user([&] {
+        while (!boost::this_thread::interruption_requested())
+            boost::this_thread::yield();
+        EXPECT_EQ(jorvet.disconnect(), JV_OK);
+        CJorvet other(kind_of(GetParam()));
+        EXPECT_TRUE(other.connect(0) == JV_OK && other.is_open());
+        finished = true;
+    });
+    user.interrupt();
+    user.join();
+    EXPECT_TRUE(finished) << "an interruption came out";
 }
 
 TEST_F(Lifecycle, DisconnectsFirstWhenConnectedASecondTime) {

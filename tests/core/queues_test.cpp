@@ -135,5 +135,15 @@ TEST_F(Queues, WaitTheFullTimeAgainAfterAWakeWithoutAFrame) {
     EXPECT_GE(loser, 60 + 80);
 }
 
+TEST_F(Queues, LetNoTimeoutOfOneSideSpoilTheOthersFrame) {
+    jorvet.set_timeout_for_reply(20);
+    std::thread sender([&] {
+        EXPECT_EQ(jorvet.wait_for_reply(), JV_ERR_REPLY_TIMEOUT);
+        board->send_event({});
+    });
+    EXPECT_EQ(jorvet.wait_for_event(), JV_OK);
+    sender.join();
+}
+
 } // namespace
 } // namespace jorvet::testing

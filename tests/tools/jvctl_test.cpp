@@ -125,6 +125,7 @@ TEST(Commands, ExitStatusTellsRefusalTimeOutAndLinkFailureApart) {
         {"--simulate=0 list", 0, "no device is attached\n", ""},
         {"--simulate list", 0,
          "0      ftdi     JV-0001        -              no      Jorvet simulated board\n0      cypress  -     ", ""},
+        {"--simulate=200 list", 0, "199    cypress  ", ""},
         {"--simulate=2 --script unplug list", 0, "0      ftdi     JV-0002", ""},
         {"--simulate describe", 0, "wTotalLength: 0x0053", ""},
         {"--simulate --speed super describe", 0, "EndPoint Descriptor: 6", ""},
@@ -140,6 +141,16 @@ TEST(Commands, ExitStatusTellsRefusalTimeOutAndLinkFailureApart) {
     };
     for (const command_line& line : lines)
         expect(line);
+}
+
+TEST(Output, ThatCannotBeWrittenIsAFailure) {
+    for (const char* arguments : {"--simulate list", "--json --simulate read-sn", "--help", "--version", "demo",
+                                  "--simulate --script 'events 20 1 AA' monitor"})
+        for (const char* nowhere : {" >/dev/full", " >&-"}) {
+            const result seen = shell(std::string("timeout 20 " JVCTL " ") + arguments + nowhere);
+            EXPECT_EQ(seen.exit, 4) << arguments << nowhere;
+            EXPECT_NE(seen.err.find("jvctl: standard output cannot be written\n"), std::string::npos) << seen.err;
+        }
 }
 
 TEST(Data, ComeFromAFileOfAtMost65535Bytes) {

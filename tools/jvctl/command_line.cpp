@@ -17,12 +17,13 @@ namespace jorvet::tool {
 
 namespace {
 
-const char* const exit_table = "Exit status:\n"
-                               "  0  success\n"
-                               "  1  the board refused (0x700000nn)\n"
-                               "  2  wrong usage, nothing was sent\n"
-                               "  3  time-out\n"
-                               "  4  the link failed, or anything else went wrong\n";
+const char* const exit_table =
+    "Exit status:\n"
+    "  0  success\n"
+    "  1  the board refused (0x700000nn)\n"
+    "  2  wrong usage, nothing was sent\n"
+    "  3  time-out\n"
+    "  4  the link failed, standard output could not be written, or anything else went wrong\n";
 
 std::string example(const std::string& arguments) {
     return "Example:\n  jvctl --simulate " + arguments + "\n\n";

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "jorvet/api/com_info_export.h"
+#include "jorvet/com/usb_cyp_com.h"
+#include "jorvet/com/usb_ftd2xx_com.h"
 #include "settings.h"
 #include "text.h"
 
@@ -29,10 +32,13 @@ std::string or_dash(const std::string& text) {
 } // namespace
 
 std::vector<COM_INFO> attached_devices() {
-    std::vector<COM_INFO> devices(256);
-    unsigned char count = 0;
-    JVGetComInfoList(devices.data(), &count);
-    devices.resize(count);
+    std::vector<COM_INFO> devices;
+    const auto add = [&](const auto& records) {
+        for (const auto& record : records)
+            jorvet::api::export_com_info(*record, &devices.emplace_back());
+    };
+    add(CUsbFtd2xxCom::get_all_com_info_list()); // not JVGetComInfoList, which counts modulo 256 and has no capacity
+    add(CUsbCypCom::get_all_com_info_list());
     return devices;
 }
 

@@ -12,8 +12,7 @@ int main(int argc, char** argv) {
     try {
         const std::string information = parse_command_line(argc, argv, &chosen);
         if (!information.empty()) {
-            std::cout << information;
-            return exit_status::success;
+            return print_text(information) ? exit_status::success : exit_status::link_failed;
         }
         result = run(chosen);
     } catch (const usage_error& error) {

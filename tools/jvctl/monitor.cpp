@@ -63,7 +63,7 @@ unsigned short monitor::next_wait_ms() const {
 }
 
 unsigned int monitor::watch() {
-    while (!enough() && !time_is_up() && !interrupted) {
+    while (!enough() && !time_is_up() && !interrupted && std::cout) {
         board_->set_timeout_for_event(next_wait_ms());
         const bool open = JVIsOpen(board_);
         board_->wait_for_event();
@@ -72,7 +72,7 @@ unsigned int monitor::watch() {
         if (!open && !enough())
             return JV_ERR_COM_NOT_OPEN;
     }
-    const bool too_few = chosen_.event_count && !enough() && !interrupted;
+    const bool too_few = chosen_.event_count && !enough() && !interrupted && std::cout;
     return too_few ? JV_ERR_EVENT_TIMEOUT : JV_OK;
 }
 

@@ -30,10 +30,17 @@ std::string json_line(const nlohmann::ordered_json& value) {
 }
 
 int print(const outcome& result, bool json) {
-    std::cout << (json ? json_line(result.json) : result.text) << std::flush;
+    const bool written = print_text(json ? json_line(result.json) : result.text);
     if (!result.error.empty())
         std::cerr << "jvctl: " << result.error << '\n';
-    return result.exit;
+    return written ? result.exit : exit_status::link_failed;
+}
+
+bool print_text(const std::string& text) {
+    std::cout << text << std::flush;
+    if (!std::cout)
+        std::cerr << "jvctl: standard output cannot be written\n";
+    return !!std::cout;
 }
 
 } // namespace jorvet::tool

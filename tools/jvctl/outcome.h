@@ -26,7 +26,9 @@ nlohmann::ordered_json status_json(unsigned int status);
 // One line of JSON; bytes that are no UTF-8 become replacement characters.
 std::string json_line(const nlohmann::ordered_json& value);
 
-// Prints it and returns what the program ends with.
+// Prints it and returns what the program ends with: another status when standard output cannot be written.
 int print(const outcome& result, bool json);
+// Writes to standard output; false, with a message on stderr, when that fails.
+bool print_text(const std::string& text);
 
 } // namespace jorvet::tool
