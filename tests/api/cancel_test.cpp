@@ -7,26 +7,19 @@
 namespace jorvet::testing {
 namespace {
 
-struct CancelledThread : ConnectedBoard {
-    // Cancels a thread that runs `call` after 50 ms, in its wait.
-    void expect_cancelled(void* (*call)(void*)) {
-        pthread_t thread;
-        ASSERT_EQ(pthread_create(&thread, nullptr, call, &jorvet), 0);
-        std::this_thread::sleep_for(milliseconds(50));
-        pthread_cancel(thread);
-        void* result = nullptr;
-        EXPECT_TRUE(pthread_join(thread, &result) == 0 && result == PTHREAD_CANCELED);
-    }
-};
+using CancelledThread = ConnectedBoard;
 
 TEST_F(CancelledThread, EndsInsideARequest) {
-    sim::reply_plan silent;
-    silent.silent = true;
-    board->plan_next(silent);
-    expect_cancelled([](void* instance) -> void* {
-        JVReadSnRq(static_cast<CJorvet*>(instance), 1, false);
-        return nullptr;
-    });
+    board->plan_next({true, {}, {}, {}, false, {}, {}, {}, {}}); // silent
+    const auto request = [](void* instance) -> void* {
+        return JVReadSnRq(static_cast<CJorvet*>(instance), 1, false), nullptr;
+    };
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, request, &jorvet), 0);
+    ASSERT_TRUE(eventually([&] { return board->requests().size() == 1; }));
+    pthread_cancel(thread);
+    void* result = nullptr;
+    EXPECT_TRUE(pthread_join(thread, &result) == 0 && result == PTHREAD_CANCELED);
     EXPECT_EQ(JVReadSnRq(&jorvet, 1, false), JV_OK);
 }
 

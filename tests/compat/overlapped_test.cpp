@@ -161,18 +161,14 @@ TEST_F(Overlapped, an_abort_may_end_its_transfers_after_its_own_end) {
     EXPECT_EQ(in.result(device, TRUE), ERROR_OPERATION_ABORTED);
 }
 
-TEST_F(Overlapped, paths_are_in_lower_case_open_in_any_and_for_reading_alone) {
-    std::string path = listed_device().path();
+TEST_F(Overlapped, the_device_list_has_paths_in_lower_case_classes_of_devices_and_records_of_one_size) {
+    listed_device listed;
+    EXPECT_NE(std::memcmp(&listed.info.ClassGuid, &driver_class, sizeof(GUID)), 0) << "the class of the interface";
+    std::string path = listed.path();
     EXPECT_NE(path.find("#serial-a#"), std::string::npos) << path;
     for (char& letter : path)
         letter = static_cast<char>(std::toupper(letter));
-    const HANDLE again = open_path(path, GENERIC_READ);
-    EXPECT_TRUE(again != INVALID_HANDLE_VALUE && CloseHandle(again));
-}
-
-TEST_F(Overlapped, records_of_the_device_list_have_their_class_and_size) {
-    listed_device listed;
-    EXPECT_NE(std::memcmp(&listed.info.ClassGuid, &driver_class, sizeof(GUID)), 0) << "the class of the interface";
+    EXPECT_TRUE(CloseHandle(open_path(path, GENERIC_READ))) << "in any case, and for reading alone";
     listed.detail.record.cbSize = 99;
     EXPECT_TRUE(!listed.get() && GetLastError() == ERROR_INVALID_USER_BUFFER);
 }

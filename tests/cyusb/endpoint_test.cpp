@@ -243,13 +243,6 @@ TEST_F(EndpointTest, a_finish_returns_once_the_driver_has_ended_the_transfer_wha
     }
 }
 
-TEST_F(EndpointTest, a_refused_start_is_finished_without_a_wait) {
-    auto endpoint = bulk(0x81);
-    os.script = {{{}, ERROR_INVALID_PARAMETER}};
-    EXPECT_EQ(Ended(false, 0), run(endpoint, 8)); // its record stays pending for ever
-    EXPECT_EQ(std::string::npos, os.take_log().find("220044"));
-}
-
 TEST_F(EndpointTest, a_request_waits_for_its_own_end_with_an_event_or_without) {
     auto endpoint = bulk(0x81);
     const Action answers = [] { os.complete({{0x81, 0, 2, 0, 0}}); }, nothing = [] {};
