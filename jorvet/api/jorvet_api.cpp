@@ -1,9 +1,9 @@
 // The C functions: each passes its arguments to one operation. No exception leaves them.
 #include "jorvet/api/jorvet_api.h"
 
-#if defined(__GLIBC__)
-#include <cxxabi.h>
-#endif
+#include <exception>
+
+#include <boost/thread/exceptions.hpp>
 
 #include "jorvet/api/com_info_export.h"
 #include "jorvet/com/usb_cyp_com.h"
@@ -12,41 +12,30 @@
 
 namespace {
 
-#if defined(__GLIBC__)
-using forced_unwind = abi::__forced_unwind; // what ends a cancelled thread: it must go on
-#else
-struct forced_unwind {};
-#endif
-
-// Runs `call` on the instance; without an instance `otherwise`, and `on_throw` when resources ran out.
+// `call()`, or `on_throw` when one of the exceptions comes that there are in the library. Others are none of its own:
+// the unwinding of a cancelled thread must pass.
 template <typename Result, typename Call>
-Result guarded(CJorvet* instance, Result otherwise, Result on_throw, Call call) {
-    if (instance == nullptr)
-        return otherwise;
+Result unless_thrown(Result on_throw, Call call) {
     try {
-        return call(*instance);
-    } catch (const forced_unwind&) {
-        throw;
-    } catch (...) {
-        return on_throw;
+        return call();
+    } catch (const std::exception&) {
+    } catch (const boost::thread_interrupted&) {
+    } catch (const char*) { // of the Cypress device layer
     }
+    return on_throw;
 }
 
 template <typename Call>
 unsigned int status_of(CJorvet* instance, Call call) {
-    return guarded<unsigned int>(instance, JV_ERR_NO_COM, JV_ERR_NO_RESOURCES, call);
+    if (instance == nullptr)
+        return JV_ERR_NO_COM;
+    return unless_thrown<unsigned int>(JV_ERR_NO_RESOURCES, [&] { return call(*instance); });
 }
 
 } // namespace
 
 CJorvet* JV_CALL JVGetInstance(unsigned int kind) {
-    try {
-        return new CJorvet(kind);
-    } catch (const forced_unwind&) {
-        throw;
-    } catch (...) {
-        return nullptr;
-    }
+    return unless_thrown<CJorvet*>(nullptr, [=] { return new CJorvet(kind); });
 }
 
 void JV_CALL JVCloseInstance(CJorvet* instance) {
@@ -80,19 +69,15 @@ void JV_CALL JVGetComInfo(CJorvet* instance, COM_INFO* info) {
 }
 
 void JV_CALL JVGetComInfoList(COM_INFO* list, unsigned char* count) {
-    *count = 0;
-    try {
+    *count = unless_thrown<unsigned char>(0, [=]() mutable { // when memory runs out nothing is listed
         const auto bridges = CUsbFtd2xxCom::get_all_com_info_list();
         const auto controllers = CUsbCypCom::get_all_com_info_list();
         for (const auto& record : bridges)
             jorvet::api::export_com_info(*record, list++);
         for (const auto& record : controllers)
             jorvet::api::export_com_info(*record, list++);
-        *count = static_cast<unsigned char>(bridges.size() + controllers.size());
-    } catch (const forced_unwind&) {
-        throw;
-    } catch (...) { // out of memory: nothing is listed
-    }
+        return static_cast<unsigned char>(bridges.size() + controllers.size());
+    });
 }
 
 unsigned int JV_CALL JVReadMemoryRq(CJorvet* instance, unsigned char p1, unsigned char p2, unsigned char p3,
