@@ -60,8 +60,10 @@ BOOL close_object(const char* function, void* object) {
 
 std::string text_of(const Request& request) {
     const auto& [code, in, room] = request;
-    if (code == 0x00220020 && in[0] == 0x80 && in[1] == 6)
+    if (code == 0x00220020 && in[0] == 0x80 && in[1] == 6) {
+        EXPECT_EQ(5, in[8]) << "seconds of the time-out";
         return "get " + hex({in[3], in[2]}) + " " + hex({in[5], in[4]}) + " " + std::to_string(in[6] | in[7] << 8);
+    }
     const bool zeros = std::all_of(in.begin(), in.end(), [](BYTE byte) { return byte == 0; });
     return hex({BYTE(code >> 16), BYTE(code >> 8), BYTE(code)}) + " " +
            (zeros ? "+" + std::to_string(in.size()) : hex(in)) + ">" + std::to_string(room);

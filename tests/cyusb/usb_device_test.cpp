@@ -22,7 +22,7 @@ Bytes text_descriptor(const std::u16string& text) {
 // A closed device object, and a device with descriptors by wValue, an alternate setting and a failure to come.
 struct UsbDeviceTest : fake::Test {
     std::map<int, Bytes> descriptors;
-    BYTE alternate = 0;
+    BYTE alternate = 0, speed = 2;
     std::size_t requests = 0;
     std::size_t fails_at = 0; // counted by `requests`
     CCyUSBDevice device{nullptr, CYUSBDRV_GUID, 0};
@@ -53,7 +53,7 @@ struct UsbDeviceTest : fake::Test {
         if (request.code == 0x00220008 || request.code == 0x0022000C)
             return {{alternate = request.code == 0x0022000C ? request.in[0] : alternate}};
         if (request.code == 0x0022004C)
-            return {{2, 0, 0, 0}};
+            return {{speed, 0, 0, 0}};
         if (request.code != 0x00220020)
             return {Bytes(request.room, 5)};
         Bytes bytes = descriptors[request.in[2] | request.in[3] << 8];
@@ -73,7 +73,6 @@ TEST_F(UsbDeviceTest, open_reads_everything_in_order_and_selects_the_endpoints) 
     EXPECT_TRUE(device.FriendlyName[255] == 5 && device.UsbAddress == 5 && device.DriverVersion == 0x05050505);
     EXPECT_TRUE(std::u16string(u"Maker") == device.Manufacturer && std::u16string(u"Board") == device.Product);
     EXPECT_EQ(std::u16string(u"\x0407\x0409"), device.SerialNumber); // index 0 reads the language table
-    EXPECT_TRUE(device.BcdUsb == 0x0200 && device.VendorId == 0x04B4 && device.ProductId == 0x00F1);
     EXPECT_TRUE(device.IsHighSpeed && !device.IsSuperSpeed && device.InterfaceClass == 0xFF);
     EXPECT_TRUE(device.ConfigCount() == 1 && device.IntfcCount() == 2 && device.AltInterfaceTotal == 3);
     EXPECT_TRUE(device.AltIntfcCount() == 1 && device.EndPointCount() == 5);
@@ -83,6 +82,8 @@ TEST_F(UsbDeviceTest, open_reads_everything_in_order_and_selects_the_endpoints) 
     EXPECT_EQ(nullptr, device.EndPointOf(0x55));
     EXPECT_EQ(device.ControlEndPt, device.CurrentInterface->EndPoints[0]);
     EXPECT_TRUE(device.ControlEndPt->MaxPktSize == 64 && device.ControlEndPt->XferMode == XferBuffered);
+    speed = 4;
+    EXPECT_TRUE(device.Open(0) && device.IsSuperSpeed && !device.IsHighSpeed);
 }
 
 TEST_F(UsbDeviceTest, each_request_failing_leaves_a_device_that_opens_again) {
@@ -96,6 +97,7 @@ TEST_F(UsbDeviceTest, each_request_failing_leaves_a_device_that_opens_again) {
         EXPECT_EQ(opens && fails_at != 20, device.BulkInEndPt != nullptr); // 20: which alternate setting?
         EXPECT_EQ(fails_at != 1 && fails_at != 10 && fails_at != 11, device.Bos != nullptr);
         EXPECT_EQ(ERROR_GEN_FAILURE, device.LastError);
+        EXPECT_EQ(fails_at == 18 || fails_at == 19, device.NtStatus == 7 && device.UsbdStatus != 0);
         EXPECT_TRUE(device.Open(1) && device.BulkInEndPt != nullptr);
         EXPECT_STREQ("\\\\?\\second", device.DevicePath);
     }
@@ -163,14 +165,48 @@ TEST_F(UsbDeviceTest, packet_size_of_endpoint_0_companions_and_bos_go_by_the_ver
         describe(version, field, 1);
         EXPECT_TRUE(device.Open(0));
         EXPECT_TRUE(device.MaxPacketSize == packet_size && device.BulkInEndPt->MaxPktSize == bulk_size) << version;
-        USB_BOS_DESCRIPTOR header{};
         USB_BOS_SS_DEVICE_CAPABILITY capability{};
-        USB_BOS_CONTAINER_ID container{};
-        EXPECT_EQ(version == 0x0300, device.GetBosDescriptor(&header) && header.bNumDeviceCaps == 2);
         EXPECT_EQ(version == 0x0300, device.GetBosSSCapabilityDescriptor(&capability));
-        EXPECT_EQ(version == 0x0300 ? 0x07FF : 0, capability.wU2DevExitLat);
-        EXPECT_FALSE(device.GetBosContainedIDDescriptor(&container));
     }
+}
+
+template <class Result, class Record>
+Bytes read(const CCyUSBDevice& device, Result (CCyUSBDevice::*get)(Record*) const) {
+    Record record{};
+    (device.*get)(&record);
+    const auto* const bytes = reinterpret_cast<const BYTE*>(&record);
+    return Bytes(bytes, bytes + sizeof(record));
+}
+
+TEST_F(UsbDeviceTest, descriptors_come_back_byte_for_byte_and_fill_the_members) {
+    const Bytes own{18, 1, 0x21, 3, 0x22, 0x23, 0x24, 9, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 1, 2, 0, 1};
+    const Bytes setting{9, 4, 0x31, 6, 1, 0x32, 0x33, 0x34, 0x35},
+        rest = interface_of(0, 0, 0) + setting + endpoint(2, 2);
+    const Bytes extension{7, 0x10, 2, 0x41, 0x42, 0x43, 0x44},
+        super{10, 0x10, 3, 0x51, 0x52, 0x53, 0x54, 0x55, 0x56, 0x57};
+    const Bytes id{20, 0x10, 4, 0x61, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    descriptors[0x0100] = own;
+    descriptors[0x0200] = Bytes{9, 2, BYTE(9 + rest.size()), 0, 1, 0x71, 0x72, 0x73, 0x74} + rest;
+    descriptors[0x0F00] = bos(3, extension + super + id);
+    alternate = 6;
+    ASSERT_TRUE(device.Open(0));
+    EXPECT_EQ(own, read(device, &CCyUSBDevice::GetDeviceDescriptor));
+    EXPECT_EQ(descriptors[0x0200], read(device, &CCyUSBDevice::GetConfigDescriptor) + rest);
+    EXPECT_EQ(setting, read(device, &CCyUSBDevice::GetIntfcDescriptor));
+    EXPECT_EQ(descriptors[0x0F00], read(device, &CCyUSBDevice::GetBosDescriptor) +
+                                       read(device, &CCyUSBDevice::GetBosUSB20DeviceExtensionDescriptor) +
+                                       read(device, &CCyUSBDevice::GetBosSSCapabilityDescriptor) +
+                                       read(device, &CCyUSBDevice::GetBosContainedIDDescriptor));
+    const CCyUSBConfig copy = device.GetUSBConfig(0);
+    EXPECT_TRUE(copy.bConfigurationValue == 0x71 && copy.iConfiguration == 0x72 &&
+                copy.wTotalLength == 9 + rest.size());
+    const Bytes members{device.DeviceClass,     device.DeviceSubClass,    device.DeviceProtocol,
+                        device.ConfigValue,     device.ConfigAttributes,  device.MaxPower,
+                        device.InterfaceClass,  device.InterfaceSubClass, device.InterfaceProtocol,
+                        device.InterfaceNumber, device.InterfaceIndex};
+    EXPECT_EQ(Bytes({0x22, 0x23, 0x24, 0x71, 0x73, 0x74, 0x32, 0x33, 0x34, 0, 1}), members);
+    EXPECT_TRUE(device.BcdUsb == 0x0321 && device.BcdDevice == 0x2A29 && device.VendorId == 0x2625 &&
+                device.ProductId == 0x2827);
 }
 
 TEST_F(UsbDeviceTest, a_second_reply_that_claims_more_is_clamped) {
@@ -281,6 +317,8 @@ TEST_F(UsbDeviceTest, registrations_are_made_replaced_and_ended_and_failures_tol
         ASSERT_EQ(2u, os.filters.size());
         EXPECT_TRUE(os.filters[0].size() == 32 && os.filters[0][4] == 5 && os.filters[0][12] == 0x60);
         EXPECT_TRUE(os.filters[1].size() == sizeof(DEV_BROADCAST_HANDLE) && os.filters[1][4] == 6);
+        EXPECT_EQ(0, std::memcmp(&os.filters[1][offsetof(DEV_BROADCAST_HANDLE, dbch_handle)], &watched.DeviceHandle,
+                                 sizeof(HANDLE)));
         const std::pair<const char*, std::string> rows[] = {
             {"UnregisterDeviceNotification", "Failed to close the handle notification handle."},
             {"CloseHandle", "Failed to close handle to driver."}};

@@ -93,36 +93,6 @@ TEST_F(ControllerTest, PiecesFromTheBoardEndTransfersAndNoneIsLostButBeyondTheQu
                                     "f 0708 ok", "g 09 ok", "h 111111111111111111 ok", "i  ok", "j 11111111 ok"}));
 }
 
-TEST_F(ControllerTest, WithoutZeroLengthPacketsFullPacketsLeaveTheirTransferPending) {
-    const struct {
-        ports::usb_speed speed;
-        std::size_t room;
-        std::vector<std::size_t> pieces;
-        const char* ends; // of the transfers that are started before the pieces come; then they are aborted
-    } table[] = {
-        {ports::usb_speed::high, 2048, {512, 512, 1}, "a 1025 ok, b 0 failed"},
-        {ports::usb_speed::high, 2048, {1024, 511}, "a 1535 ok, b 0 failed"},
-        {ports::usb_speed::high, 1024, {512, 513, 7}, "a 1024 ok, b 1 ok"},
-        {ports::usb_speed::high, 2048, {512}, "a 512 failed, b 0 failed"},
-        {ports::usb_speed::super, 2048, {512, 1024}, "a 512 ok, b 1024 failed"},
-    };
-    options.end_when_aborted = ports::usb_end::failed;
-    for (const auto& row : table) {
-        options.speed = row.speed, plug_in();
-        parse_script_line("zero-length off")(*controller);
-        for (const char* const name : {"a", "b"})
-            controller->submit({0x81, nullptr, row.room, 2}, tell(name, false));
-        for (const std::size_t size : row.pieces)
-            controller->board().send_raw(byte_vector(size, 7));
-        controller->abort(0x81);
-        const Pieces seen = ends.take(2);
-        EXPECT_EQ(seen.at(0) + ", " + seen.at(1), row.ends);
-    }
-    parse_script_line("zero-length")(*controller), in("c", 2048);
-    controller->board().send_raw(byte_vector(1024, 7));
-    EXPECT_EQ(ends.take(1).size(), 1u) << "ended by a zero-length packet";
-}
-
 TEST_F(ControllerTest, BytesToTheBoardWaitForItsAllowanceInOrder) {
     controller->stall_writes_after(1), out("x", get_mode), plan("2 fail"), controller->stall_writes_after(2);
     out("a", {0x32, 0, 0}), controller->abort(2);
