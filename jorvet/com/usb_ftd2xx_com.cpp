@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
+#include <utility>
 
 #include "jorvet/base/status.h"
 #include "jorvet/system/d2xx.h"
@@ -208,9 +208,8 @@ void CUsbFtd2xxCom::listening_loop() {
 // The event outlives the thread, since whoever stops the thread signals it.
 void CUsbFtd2xxCom::join_and_close_event() {
     join_listening_thread();
-    if (m_rx_event != nullptr)
-        CloseHandle(m_rx_event);
-    m_rx_event = nullptr;
+    if (const HANDLE event = std::exchange(m_rx_event, nullptr))
+        CloseHandle(event);
 }
 
 // Registers the event that the driver signals when bytes arrive, and discards bytes received before. False with
