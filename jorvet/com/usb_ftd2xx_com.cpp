@@ -60,8 +60,6 @@ unsigned int CUsbFtd2xxCom::open_by_index(unsigned char index) {
         if (is_open())
             return status;
     }
-    join_and_close_event(); // of a link that closed itself
-
     FT_HANDLE handle = nullptr;
     const FT_STATUS opened = FT_Open(index, &handle);
     if (opened != FT_OK)
