@@ -189,15 +189,16 @@ ports::port_status controller_core::abort(std::uint8_t address) {
     const bool planned = number >= aborts.first && number - aborts.first < aborts.count;
     if (planned && aborts.late.count() == 0)
         return ports::port_status::failed;
-    const auto end = [address, up_to = last_id_](controller_core& self, state_lock&) {
-        self.model.place_of(address).end_all(self.options.end_when_aborted, up_to);
-    };
-    state_lock unused;
     if (planned)
-        run_at(clock::now() + aborts.late, end);
+        run_at(clock::now() + aborts.late,
+               [address, up_to = last_id_](controller_core& self, state_lock&) { self.end_aborted(address, up_to); });
     else
-        end(*this, unused);
+        end_aborted(address, last_id_);
     return ports::port_status::ok;
+}
+
+void controller_core::end_aborted(std::uint8_t address, std::uint64_t up_to) {
+    model.place_of(address).end_all(options.end_when_aborted, up_to);
 }
 
 void controller_core::allow(std::optional<std::size_t> bytes) {

@@ -70,6 +70,7 @@ class controller_core : public std::enable_shared_from_this<controller_core> {
     void serve_inbound(simulated_endpoint& endpoint, byte_view& arriving);
     bool serve_outbound(state_lock& lock, simulated_endpoint& endpoint);
     bool serve_control(state_lock& lock, simulated_endpoint& endpoint);
+    void end_aborted(std::uint8_t address, std::uint64_t up_to);
     void pass_on(state_lock& lock, byte_view bytes);
     bool suspended() const { return state.power == ports::usb_power::suspended; }
     std::optional<byte_vector> answer(state_lock& lock, const started_transfer& transfer);
