@@ -1,21 +1,16 @@
 // Bytes as hexadecimal text, and a link that writes down what a board does with it. Any thread.
 #pragma once
 
-#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 
+#include "jorvet/base/read_text.h"
 #include "jorvet/sim/bridge.h"
 
 namespace jorvet::sim {
 
-// Blanks between the digits are skipped.
-inline byte_vector from_hex(std::string text) {
-    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-    byte_vector bytes;
-    for (std::size_t i = 0; i < text.size(); i += 2)
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
-    return bytes;
+inline byte_vector from_hex(const std::string& text) {
+    return read_bytes(text);
 }
 
 inline std::string to_hex(const std::uint8_t* bytes, std::size_t count) {

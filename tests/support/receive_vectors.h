@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "jorvet/base/read_text.h"
+
 namespace jorvet::testing {
 
 struct receive_vector {
@@ -61,14 +63,7 @@ inline const std::vector<receive_vector> receive_vectors{
 };
 
 inline std::vector<unsigned char> from_hex(const std::string& text) {
-    std::string digits;
-    for (const char c : text)
-        if (c != ' ')
-            digits += c;
-    std::vector<unsigned char> bytes;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        bytes.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-    return bytes;
+    return read_bytes(text);
 }
 
 } // namespace jorvet::testing
