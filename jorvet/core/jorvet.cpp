@@ -96,14 +96,14 @@ unsigned int CJorvet::start_receiving() {
 unsigned int CJorvet::disconnect() {
     const boost::this_thread::disable_interruption uninterrupted; // the background thread uses this object
     unsigned int result = JV_OK;
-    try {
+    {
+        const struct stopper { // also when the link's close throws
+            CJorvet& instance;
+            ~stopper() { instance.stop_receiving(); }
+        } stopping{*this};
         if (is_open())
             result = m_com->close();
-    } catch (...) {
-        stop_receiving();
-        throw;
     }
-    stop_receiving();
     purge_event_frame();
     purge_reply_frame();
     return result;

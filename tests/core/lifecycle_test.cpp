@@ -125,7 +125,7 @@ TEST_F(Lifecycle, KeepsWhatCameBeforeTheLossOfItsLinkUntilItDisconnects) {
     EXPECT_EQ(jorvet.get_last_reply_frame()->data, byte_vector{0x0A});
 }
 
-TEST_F(Lifecycle, StopsReceivingWhenTheStreamIsLostUntilTheNextConnect) {
+TEST_F(Lifecycle, StopsReceivingWhereNoFrameIsFoundUntilTheNextConnect) {
     std::promise<std::string> report;
     hear([&](const std::string& text) { report.set_value(text); });
     board.send("00 AB");
@@ -142,7 +142,7 @@ TEST_F(Lifecycle, StopsReceivingWhenTheStreamIsLostUntilTheNextConnect) {
 
 // The frame that ends the wait and the loss of the stream come in one piece: the waiter sees the loss unless it is
 // quick to wake, hence the rounds.
-TEST_F(Lifecycle, TellsTheLossOfTheStreamToAWaitUnderWayAlone) {
+TEST_F(Lifecycle, TellsThatReceivingStoppedToAWaitUnderWayAlone) {
     unsigned int status = JV_OK;
     for (int round = 0; round < 30 && status == JV_OK; ++round) {
         set_timeouts(10000);

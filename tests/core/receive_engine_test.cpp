@@ -42,7 +42,7 @@ packets packets_of(const receive_vector& vector) {
     return input;
 }
 
-TEST(ReceiveEngine, CutsEachStreamOfTheTableIntoItsFrames) {
+TEST(ReceiveEngine, CutsEachRowOfTheTableIntoItsFrames) {
     for (const receive_vector& vector : receive_vectors) {
         SCOPED_TRACE(vector.name);
         EXPECT_EQ(run(packets_of(vector)).frames, vector.outcome);
@@ -50,7 +50,7 @@ TEST(ReceiveEngine, CutsEachStreamOfTheTableIntoItsFrames) {
     }
 }
 
-TEST(ReceiveEngine, FindsTheSameFramesHoweverAGoodStreamIsCut) {
+TEST(ReceiveEngine, FindsTheSameFramesHoweverGoodBytesAreCut) {
     const byte_vector stream =
         from_hex("81A0000002 1234 5678 40 01 00 A000 0003 80FF00 41 02 01 8001 0000 4041 80 2001 0000");
     const std::string whole = run({stream}).frames;
@@ -63,7 +63,7 @@ TEST(ReceiveEngine, FindsTheSameFramesHoweverAGoodStreamIsCut) {
     }
 }
 
-TEST(ReceiveEngine, DoesWhatTheReferenceDoesOnRandomStreams) {
+TEST(ReceiveEngine, DoesWhatTheReferenceDoesOnRandomBytes) {
     static const unsigned char likely[] = {0x40, 0x41, 0x80, 0x81, 0x01, 0x00, 0xA0, 0xFF, 0x00, 0x01, 0x02, 0x80};
     const byte_vector events[] = {from_hex("40 01 01 A000 0000"), from_hex("41 01 02 8001 0001 40 FFFF"),
                                   from_hex("80 A000 0000")};
