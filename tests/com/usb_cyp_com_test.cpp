@@ -5,7 +5,6 @@
 
 #include "jorvet/com/descriptor_report.h"
 #include "jorvet/com/usb_cyp_com.h"
-#include "jorvet/sim/script.h"
 #include "tests/support/connected_board.h"
 
 namespace jorvet::testing {
@@ -141,7 +140,7 @@ TEST_P(CypressCom, ReceivesFirstWhatTheControllerHadQueuedBeforeTheOpening) {
 }
 
 TEST_P(CypressCom, SeesAReplyThatFillsItsLastPacketWithTheNextBytesOrOnAnIdleSuperSpeedLink) {
-    sim::parse_script_line("zero-length off")(*board.controller);
+    board.controller->send_zero_length_packets(false);
     byte_vector bytes(2048, 0x5A);
     board->send_raw(bytes);
     if (GetParam() == Behind::high_speed_controller) {
@@ -153,7 +152,7 @@ TEST_P(CypressCom, SeesAReplyThatFillsItsLastPacketWithTheNextBytesOrOnAnIdleSup
     expect_received(bytes);
     board->send_raw(byte_vector(65536, 7)); // fills the transfer
     expect_received(byte_vector(65536, 7));
-    sim::parse_script_line("zero-length")(*board.controller);
+    board.controller->send_zero_length_packets(true);
     board->send_raw(byte_vector(1024, 8));
     expect_received(byte_vector(1024, 8));
 }

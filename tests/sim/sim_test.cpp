@@ -79,7 +79,7 @@ TEST(SimController, IsScriptedAndDetachedWithWhatTookItsPlace) {
     EXPECT_EQ(usb->identity().serial_number + usb->identity().friendly_name, "A_1mine");
     EXPECT_EQ(jv_sim_script(sim, "refuse"), 0);
     EXPECT_EQ(usb->open(), ports::port_status::refused);
-    EXPECT_EQ(jv_sim_script(sim, "refuse off"), 0);
+    EXPECT_EQ(jv_sim_script(sim, "refuse off; zero-length off; zero-length"), 0);
     EXPECT_EQ(usb->open(), ports::port_status::ok);
     jv_sim_detach(sim);
     EXPECT_EQ(usb->open(), ports::port_status::gone);
