@@ -53,6 +53,11 @@ class handle_table {
         return object;
     }
 
+    std::size_t size() const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return objects_.size();
+    }
+
   private:
     mutable std::mutex mutex_;
     std::uintptr_t last_;

@@ -24,10 +24,17 @@ namespace {
 
 constexpr std::size_t max_serial_number = 15;
 constexpr std::size_t max_description = 63;
+constexpr std::size_t max_noted = 1000; // characters of calls()
 
 bridge_identity identity_of(const bridge_options& options) {
     return {options.serial_number.substr(0, max_serial_number), options.description.substr(0, max_description),
             options.type, options.id, options.location};
+}
+
+std::string numbers(std::string text, std::initializer_list<std::uint32_t> values) {
+    for (const std::uint32_t value : values)
+        text += ' ' + std::to_string(value);
+    return text;
 }
 
 // When a wait that may last `milliseconds` ends; nothing for 0, which is without limit.
@@ -49,9 +56,9 @@ class simulated_bridge::impl {
     enum class open_stage { closed, open, closing };
 
     port_status write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms, std::size_t* written);
-    // Applies a setting if the device supports it.
-    template <class Change>
-    port_status set(bool possible, Change change);
+    // Makes a setting if the device supports it.
+    port_status set(const std::string& setting, bool possible = true);
+    void note(const std::string& call);
 
     const bridge_identity identity;
 
@@ -59,7 +66,8 @@ class simulated_bridge::impl {
     std::condition_variable changed; // for writes: their turn, the allowance, closing or unplugging
     bool gone = false;
     open_stage stage = open_stage::closed;
-    bridge_settings settings;
+    unsigned opens = 0;
+    std::string calls;
     bool writing = false;                 // one write at a time, so that frames stay in one piece
     std::optional<std::size_t> allowance; // how many more bytes the board takes, if that is limited
     byte_queue receive_queue;
@@ -74,23 +82,25 @@ class simulated_bridge::impl {
     struct write_turn; // gives the turn back
     template <class Ready>
     bool await(std::unique_lock<std::mutex>& lock, const time_limit& deadline, Ready ready);
-    bool write_is_over(unsigned session) const {
-        return gone || stage != open_stage::open || settings.opens != session;
-    }
+    bool write_is_over(unsigned session) const { return gone || stage != open_stage::open || opens != session; }
     void pass_on(const std::uint8_t* bytes, std::size_t count);
     void write_in_turn(std::unique_lock<std::mutex>& lock, const std::uint8_t* bytes, std::size_t count,
                        const time_limit& deadline, std::size_t* written);
 };
 
-template <class Change>
-port_status simulated_bridge::impl::set(bool possible, Change change) {
+port_status simulated_bridge::impl::set(const std::string& setting, bool possible) {
     const std::lock_guard<std::mutex> lock(mutex);
     if (gone)
         return port_status::gone;
     if (!possible)
         return port_status::bad_value;
-    change(settings);
+    note(setting);
     return port_status::ok;
+}
+
+void simulated_bridge::impl::note(const std::string& call) {
+    if (calls.size() < max_noted)
+        calls += call + ", ";
 }
 
 // False when the deadline passed first.
@@ -126,7 +136,7 @@ port_status simulated_bridge::impl::write(const std::uint8_t* bytes, std::size_t
     *written = 0;
     const time_limit deadline = deadline_after(timeout_ms);
     std::unique_lock<std::mutex> lock(mutex);
-    const unsigned session = settings.opens;
+    const unsigned session = opens;
     if (!await(lock, deadline, [&] { return !writing || write_is_over(session); }))
         return port_status::ok;
     if (!write_is_over(session))
@@ -142,7 +152,7 @@ port_status simulated_bridge::impl::write(const std::uint8_t* bytes, std::size_t
 void simulated_bridge::impl::write_in_turn(std::unique_lock<std::mutex>& lock, const std::uint8_t* bytes,
                                            std::size_t count, const time_limit& deadline, std::size_t* written) {
     const write_turn turn(*this, lock);
-    const unsigned session = settings.opens;
+    const unsigned session = opens;
     while (*written < count) {
         if (!await(lock, deadline, [&] { return allowance != 0u || write_is_over(session); }) || write_is_over(session))
             return;
@@ -175,9 +185,14 @@ simulated_board& simulated_bridge::board() {
     return impl_->board;
 }
 
-bridge_settings simulated_bridge::settings() const {
+unsigned simulated_bridge::opens() const {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    return impl_->settings;
+    return impl_->opens;
+}
+
+std::string simulated_bridge::calls() const {
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    return impl_->calls;
 }
 
 void simulated_bridge::set_trace(trace_function trace) {
@@ -240,7 +255,8 @@ port_status simulated_bridge::open(std::function<void()> notify) {
     impl_->notify.replace(
         std::move(callee)); // with the lock held, because otherwise an unplug in between would notify nobody
     impl_->stage = impl::open_stage::open;
-    ++impl_->settings.opens;
+    ++impl_->opens;
+    impl_->calls.clear();
     return port_status::ok;
 }
 
@@ -255,46 +271,34 @@ void simulated_bridge::close() {
     impl_->notify.replace(nullptr);
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     impl_->stage = impl::open_stage::closed;
+    impl_->note("closed");
 }
 
 port_status simulated_bridge::set_baud_rate(std::uint32_t bits_per_second) {
-    return impl_->set(bits_per_second >= 300 && bits_per_second <= 3000000,
-                      [=](bridge_settings& settings) { settings.baud_rate = bits_per_second; });
+    return impl_->set(numbers("baud rate", {bits_per_second}), bits_per_second >= 300 && bits_per_second <= 3000000);
 }
 
 port_status simulated_bridge::set_data_format(unsigned data_bits, unsigned stop_bits, unsigned parity) {
     const bool possible = (data_bits == 7 || data_bits == 8) && stop_bits <= 2 && parity <= 4;
-    return impl_->set(possible, [=](bridge_settings& settings) {
-        settings.data_bits = data_bits;
-        settings.stop_bits = stop_bits;
-        settings.parity = parity;
-    });
+    return impl_->set(numbers("format", {data_bits, stop_bits, parity}), possible);
 }
 
 port_status simulated_bridge::set_flow_control(unsigned mode, std::uint8_t xon, std::uint8_t xoff) {
     const bool possible = mode == 0 || mode == 0x100 || mode == 0x200 || mode == 0x400;
-    return impl_->set(possible, [=](bridge_settings& settings) {
-        settings.flow_control = mode;
-        settings.xon = xon;
-        settings.xoff = xoff;
-    });
+    return impl_->set(numbers("flow control", {mode, xon, xoff}), possible);
 }
 
 port_status simulated_bridge::set_latency_ms(unsigned milliseconds) {
-    return impl_->set(milliseconds >= 2 && milliseconds <= 255,
-                      [=](bridge_settings& settings) { settings.latency_ms = milliseconds; });
+    return impl_->set(numbers("latency", {milliseconds}), milliseconds >= 2 && milliseconds <= 255);
 }
 
 port_status simulated_bridge::set_transfer_sizes(std::uint32_t in_bytes, std::uint32_t out_bytes) {
     const auto fits = [](std::uint32_t bytes) { return bytes >= 64 && bytes <= 65536 && bytes % 64 == 0; };
-    return impl_->set(fits(in_bytes) && fits(out_bytes), [=](bridge_settings& settings) {
-        settings.in_transfer = in_bytes;
-        settings.out_transfer = out_bytes;
-    });
+    return impl_->set(numbers("transfers", {in_bytes, out_bytes}), fits(in_bytes) && fits(out_bytes));
 }
 
 port_status simulated_bridge::reset() {
-    return impl_->set(true, [](bridge_settings& settings) { ++settings.resets; });
+    return impl_->set("reset");
 }
 
 port_status simulated_bridge::write(const std::uint8_t* bytes, std::size_t count, unsigned timeout_ms,
@@ -314,11 +318,13 @@ port_status simulated_bridge::read(std::uint8_t* bytes, std::size_t count, std::
     return impl_->gone ? port_status::gone : port_status::ok;
 }
 
-port_status simulated_bridge::purge(bool receive, bool) {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    if (receive)
-        impl_->receive_queue.clear();
-    return impl_->gone ? port_status::gone : port_status::ok; // nothing ever waits to be sent
+port_status simulated_bridge::purge(bool receive, bool transmit) {
+    {
+        const std::lock_guard<std::mutex> lock(impl_->mutex);
+        if (receive)
+            impl_->receive_queue.clear(); // nothing ever waits to be sent
+    }
+    return impl_->set(std::string("purge") + (receive ? " rx" : "") + (transmit ? " tx" : ""));
 }
 
 void simulated_bridge::to_host(const std::uint8_t* bytes, std::size_t count) {

@@ -21,17 +21,6 @@ struct bridge_options {
     std::size_t queue_capacity = std::size_t{4} << 20; // bytes
 };
 
-// The settings made by the driver, for tests.
-struct bridge_settings {
-    std::uint32_t baud_rate = 0;
-    unsigned data_bits = 0, stop_bits = 0, parity = 0;
-    unsigned flow_control = 0xFFFF;
-    std::uint8_t xon = 0, xoff = 0;
-    unsigned latency_ms = 0;
-    std::uint32_t in_transfer = 0, out_transfer = 0;
-    unsigned resets = 0, opens = 0;
-};
-
 class JV_SIM_API simulated_bridge final : public ports::bridge_port,
                                           public simulated_device,
                                           public std::enable_shared_from_this<simulated_bridge>,
@@ -41,7 +30,10 @@ class JV_SIM_API simulated_bridge final : public ports::bridge_port,
     static std::shared_ptr<simulated_bridge> plug_in(const bridge_options& options = {});
     ~simulated_bridge() override;
 
-    bridge_settings settings() const;
+    unsigned opens() const; // how often the driver has opened it
+    // What the driver set, purged and reset since it opened the bridge last, and whether it closed it, in order:
+    // "reset, purge rx tx, baud rate 115200, closed, ". For tests; ends after about 1,000 characters.
+    std::string calls() const;
     std::size_t overrun_bytes() const; // lost because the receive queue was full
 
     // simulated_device. Bytes that the board does not take block a write until its time-out.

@@ -88,6 +88,13 @@ JV_PLATFORM_API DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) JV_
 // Releases a handle. FALSE with ERROR_INVALID_HANDLE when it is not open (a second close included).
 JV_PLATFORM_API BOOL CloseHandle(HANDLE object) JV_STAND_IN(CloseHandle);
 
+// The number of open handles of the process, which must be GetCurrentProcess(): FALSE with ERROR_INVALID_HANDLE for
+// any other.
+JV_PLATFORM_API BOOL GetProcessHandleCount(HANDLE process, DWORD* count) JV_STAND_IN(GetProcessHandleCount);
+
+// A handle that means the calling process; it needs no closing.
+JV_PLATFORM_API HANDLE GetCurrentProcess() JV_STAND_IN(GetCurrentProcess);
+
 // A handle that means the calling thread, on whichever thread it is used; it needs no closing.
 JV_PLATFORM_API HANDLE GetCurrentThread() JV_STAND_IN(GetCurrentThread);
 

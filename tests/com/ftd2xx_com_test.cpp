@@ -100,20 +100,70 @@ TEST_F(Ftd2xxCom, DropsWhatCameBeforeAndTellsOnceOfWhatComesAfterItsOpening) {
     ASSERT_EQ(com.open_by_index(0), JV_OK);
     EXPECT_FALSE(com.wait_for_rx_bytes());
     EXPECT_GE(milliseconds_since(start), 30);
-    EXPECT_TRUE(eventually([&] { return com.get_cp_listening_loop() >= 4; }));
-    EXPECT_GE(milliseconds_since(start), 150) << "twenty passes a second";
     for (unsigned short delivery = 1; delivery <= 2; ++delivery) {
         EXPECT_EQ(com.get_cp_listening_loop_with_data(), delivery - 1);
         board.send(delivery == 1 ? "04" : "05 06");
         ASSERT_TRUE(eventually([&] { return com.get_cp_listening_loop_with_data() == delivery; }));
     }
     EXPECT_EQ(com.get_rx_bytes(), 2u);
+    const unsigned passes = com.get_cp_listening_loop();
+    const steady::time_point idle = steady::now();
+    EXPECT_TRUE(eventually([&] { return com.get_cp_listening_loop() == passes + 4; }));
+    EXPECT_TRUE(milliseconds_since(idle) >= 150 && milliseconds_since(idle) < 600) << "twenty passes a second";
     EXPECT_TRUE(com.wait_for_rx_bytes());
     EXPECT_FALSE(com.wait_for_rx_bytes()) << "nothing came since";
     EXPECT_EQ(com.read_input_data(), (byte_vector{4, 5, 6}));
     EXPECT_TRUE(com.read_input_data().empty());
+    EXPECT_EQ(com.start_listening_thread(), JV_OK) << "ends the one that listens";
+    board.send("07");
+    EXPECT_TRUE(com.get_cp_listening_loop() < 4 && eventually([&] { return com.get_rx_bytes() == 1; }));
     EXPECT_EQ(com.close(), JV_OK);
-    EXPECT_EQ(com.get_rx_bytes(), 0u);
+    EXPECT_TRUE(com.get_rx_bytes() == 0 && com.read_input_data().empty());
+}
+
+// A driver that fails to count its bytes is taken to have none, one whose status is unknown to be well, and one that
+// claims to have read does not leave what was in memory.
+TEST_F(Ftd2xxCom, GoesOnWhenTheDriverDoesNotKnow) {
+    const struct {
+        const char* function;
+        unsigned error;
+        byte_vector received;
+    } rows[] = {{"FT_GetQueueStatus", 4, {1, 2}}, {"FT_GetStatus", 0x7777, {1, 2}}, {"FT_Read", 20, {0xEE, 1, 2}}};
+    for (const auto& row : rows) {
+        ASSERT_EQ(com.open_by_index(0), JV_OK);
+        const compat::faults::scope armed(row.function, 1, row.error);
+        board.send("01");
+        ASSERT_TRUE(eventually([&] { return compat::faults::calls_seen() > 0; }));
+        board.send("02");
+        byte_vector received;
+        const auto complete = [&] {
+            const byte_vector more = com.read_input_data();
+            received.insert(received.end(), more.begin(), more.end());
+            return received.size() >= row.received.size();
+        };
+        EXPECT_TRUE(eventually(complete)) << row.function;
+        EXPECT_EQ(received, row.received) << row.function;
+        EXPECT_LE(com.get_cp_listening_loop_with_data(), 2);
+    }
+    EXPECT_EQ(with_fault("FT_SetEventNotification", 1, 20, [&] { return com.open_by_index(0); }), 0x3010204Eu);
+}
+
+TEST_F(Ftd2xxCom, EndsAndClosesByItselfWhenTheBridgeFails) {
+    for (const char* function : {"FT_GetStatus", "FT_Read"}) {
+        ASSERT_EQ(com.open_by_index(0), JV_OK);
+        board.send("01");
+        ASSERT_TRUE(eventually([&] { return com.get_rx_bytes() == 1; }));
+        const std::string before = board.bridge->calls();
+        with_fault(function, 1, 4, [&] {
+            board.send("02");
+            EXPECT_TRUE(eventually([&] { return !com.is_open(); }));
+        });
+        EXPECT_EQ(board.bridge->calls(), before + "purge rx tx, reset, closed, ");
+        EXPECT_TRUE(com.get_rx_bytes() == 0 && com.read_input_data().empty());
+    }
+    ASSERT_EQ(com.open_by_index(0), JV_OK);
+    EXPECT_EQ(with_fault("FT_Close", 1, 18, [&] { return com.open_by_index(0); }), 0x3010204Eu) << "nothing new opens";
+    EXPECT_TRUE(com.is_open() && board.bridge->opens() == 3);
 }
 
 TEST_F(Ftd2xxCom, DeliversALongQueueInPiecesAndLosesNothing) {

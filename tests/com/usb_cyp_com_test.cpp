@@ -61,6 +61,14 @@ TEST(CypressList, HoldsEveryDeviceWithWhatItSaysOfItself) {
     EXPECT_EQ(first.controller->state().handles + other.controller->state().handles, 0u) << "closed again";
 }
 
+std::string printed_by(CUsbCypCom& com) {
+    std::ostringstream text;
+    std::streambuf* const usual = std::cout.rdbuf(text.rdbuf());
+    com.print_info();
+    std::cout.rdbuf(usual);
+    return text.str();
+}
+
 TEST(WithoutACypressDevice, NothingIsListedAndNothingOpens) {
     CCyUSBDevice device(nullptr, CYUSBDRV_GUID, 1);
     EXPECT_TRUE(device.DeviceCount() == 0 && !device.Open(0) && device.DeviceHandle == INVALID_HANDLE_VALUE);
@@ -68,7 +76,7 @@ TEST(WithoutACypressDevice, NothingIsListedAndNothingOpens) {
     EXPECT_TRUE(list::get_all_com_info_list().empty() && list::get_com_info_by_index(0)->com_type == 0xFF);
     CUsbCypCom com;
     EXPECT_EQ(com.open_by_index(0), 0x30103003u);
-    com.print_info(); // writes nothing
+    EXPECT_EQ(printed_by(com), "");
 }
 
 TEST(CypressOpening, TellsWhyThereIsNoLink) {
@@ -127,8 +135,14 @@ TEST_P(CypressCom, ReceivesEveryByteHoweverItIsCutAndAfterAnySilence) {
         expect_received(piece);
     }
     EXPECT_EQ(board.controller->state().overrun_bytes, 0u);
-    const auto has_idle_rounds = [&] { return com.get_cp_listening_loop() > com.get_cp_listening_loop_with_data(); };
-    EXPECT_EQ(eventually(has_idle_rounds, 100), GetParam() == Behind::super_speed_controller);
+}
+
+TEST_P(CypressCom, GoesRoundEvery5MsOnAnIdleSuperSpeedLinkAlone) {
+    const unsigned passes = com.get_cp_listening_loop();
+    const steady::time_point start = steady::now();
+    const auto ten_more = [&] { return com.get_cp_listening_loop() >= passes + 10; };
+    EXPECT_EQ(eventually(ten_more, 150), GetParam() == Behind::super_speed_controller);
+    EXPECT_GE(milliseconds_since(start), 45);
 }
 
 TEST_P(CypressCom, ReceivesFirstWhatTheControllerHadQueuedBeforeTheOpening) {
@@ -137,6 +151,9 @@ TEST_P(CypressCom, ReceivesFirstWhatTheControllerHadQueuedBeforeTheOpening) {
     ASSERT_EQ(com.open_by_index(1), JV_OK);
     another.send("03");
     expect_received({1, 2, 3});
+    another.send("04");
+    EXPECT_TRUE(eventually([&] { return com.get_rx_bytes() == 1; }));
+    EXPECT_TRUE(com.close() == JV_OK && com.get_rx_bytes() == 0 && com.read_input_data().empty());
 }
 
 TEST_P(CypressCom, SeesAReplyThatFillsItsLastPacketWithTheNextBytesOrOnAnIdleSuperSpeedLink) {
@@ -233,7 +250,7 @@ TEST(CypressWrite, IsGivenUpWhenTheDeviceDoesNotTakeIt) {
     const steady::time_point after_a_timeout = steady::now();
     EXPECT_EQ(com.write(bytes.data(), 0x80000000), 0x30103002u); // no length of a transfer
     EXPECT_LT(milliseconds_since(after_a_timeout), 1000);
-    EXPECT_GE(milliseconds_since(start), 4900);
+    EXPECT_TRUE(milliseconds_since(start) >= 4900 && milliseconds_since(start) < 9000);
     board.controller->accept_writes();
     EXPECT_EQ(com.write(bytes.data(), 10), JV_OK);
 }
@@ -291,15 +308,13 @@ INSTANTIATE_TEST_SUITE_P(, CypressCom,
 TEST_P(CypressCom, ReportsItsDescriptorsAsStored) {
     const bool super_speed = GetParam() == Behind::super_speed_controller;
     std::ifstream stored(super_speed ? STORED_REPORTS "/super_speed.txt" : STORED_REPORTS "/high_speed.txt");
-    std::ostringstream expected, seen;
+    std::ostringstream expected;
     expected << stored.rdbuf();
-    std::streambuf* const usual = std::cout.rdbuf(seen.rdbuf());
-    com.print_info();
-    std::cout << 255 << std::uppercase << std::showbase << std::left << std::setw(9) << std::setfill('-') << std::oct;
-    com.print_info();
+    EXPECT_EQ(printed_by(com), expected.str());
+    EXPECT_TRUE(std::cout.flags() & std::ios::hex) << "the stream stays so";
+    std::cout << std::uppercase << std::showbase << std::left << std::setw(9) << std::setfill('-') << std::oct;
+    EXPECT_EQ(printed_by(com), expected.str());
     std::cout.copyfmt(std::ostringstream());
-    std::cout.rdbuf(usual);
-    EXPECT_EQ(seen.str(), expected.str() + "ff" + expected.str()) << "the stream stays in hexadecimal";
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <future>
 
 #include "tests/support/connected_board.h"
+#include "tests/support/process_resources.h"
 
 namespace jorvet::testing {
 namespace {
@@ -22,7 +23,7 @@ TEST(Instance, ConnectsAgainAndAgainAndDisconnectsHarmlessly) {
         EXPECT_TRUE(round % 2 == 0 || jorvet.rq_read_sn(1, false) == JV_OK); // or disconnect at once
         EXPECT_TRUE(jorvet.disconnect() == JV_OK && jorvet.disconnect() == JV_OK);
         EXPECT_FALSE(jorvet.is_open());
-        EXPECT_EQ(board.bridge->settings().opens, round);
+        EXPECT_EQ(board.bridge->opens(), round);
     }
 }
 
@@ -54,6 +55,17 @@ TEST_P(EachInstance, ConnectsAndDisconnectsWithoutWaitingOutItsTimeouts) {
     EXPECT_LT(fastest, 25);
 }
 
+// A frame that nobody was told of would wait for the end of a receive wait, 30 ms after the frame before.
+TEST_P(EachInstance, SeesFramesAsTheyCome) {
+    const steady::time_point start = steady::now();
+    for (int round = 0; round < 20; ++round) {
+        board->send_event({});
+        ASSERT_EQ(jorvet.wait_for_event(), JV_OK);
+        jorvet.read_event_frames();
+    }
+    EXPECT_LT(milliseconds_since(start), 20 * 15);
+}
+
 TEST_P(EachInstance, ConnectsAndEndsOnAThreadThatHasBeenInterrupted) {
     bool finished = false;
     boost::thread user([&] {
@@ -72,7 +84,7 @@ TEST_P(EachInstance, ConnectsAndEndsOnAThreadThatHasBeenInterrupted) {
 TEST_F(Lifecycle, DisconnectsFirstWhenConnectedASecondTime) {
     receive_reply();
     expect_working_after_connect();
-    EXPECT_EQ(board.bridge->settings().opens, 2u);
+    EXPECT_EQ(board.bridge->opens(), 2u);
     EXPECT_TRUE(jorvet.read_reply_frames().empty());
 }
 
@@ -100,6 +112,7 @@ TEST(Instance, SurvivesTheLossOfItsLinkAtAnyMoment) {
             const unsigned int status = jorvet.rq_read_sn(1, false);
             EXPECT_TRUE(status == 0x30102040 || status == 0x3010203D) << std::hex << status;
         }};
+    const DWORD handles = handles_in_process();
     for (const auto lose : losses) {
         CJorvet jorvet(0);
         {
@@ -114,6 +127,7 @@ TEST(Instance, SurvivesTheLossOfItsLinkAtAnyMoment) {
         ASSERT_EQ(jorvet.connect(0), JV_OK);
         EXPECT_EQ(jorvet.rq_read_sn(1, false), JV_OK);
     }
+    EXPECT_EQ(handles_in_process(), handles);
 }
 
 TEST_F(Lifecycle, KeepsWhatCameBeforeTheLossOfItsLinkUntilItDisconnects) {

@@ -1,4 +1,4 @@
-// Windows: a snapshot of all threads, and the count of handles.
+// Windows: a snapshot of all threads.
 #include "jorvet/system/win32.h"
 #include "tests/support/process_resources.h"
 
@@ -15,12 +15,6 @@ std::ptrdiff_t threads_in_process() {
         count += thread.th32OwnerProcessID == GetCurrentProcessId();
     CloseHandle(all);
     return count;
-}
-
-std::ptrdiff_t handles_in_process() {
-    DWORD count = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &count);
-    return static_cast<std::ptrdiff_t>(count);
 }
 
 } // namespace jorvet::testing

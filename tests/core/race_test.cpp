@@ -22,7 +22,7 @@ TEST_P(Race, EndsCleanlyAtAnyMoment) {
     std::thread([] {}).join(); // brings a sanitizer's own thread to life
     std::thread([] {}).join(); // a sanitizer starts a thread of its own beside the first one
     const std::ptrdiff_t threads = threads_in_process();
-    const std::ptrdiff_t handles = handles_in_process();
+    const DWORD handles = handles_in_process();
     for (int round = 0; round < 300; ++round) {
         const steady::time_point start = steady::now();
         const Behind controller = round % 2 == 0 ? Behind::high_speed_controller : Behind::super_speed_controller;

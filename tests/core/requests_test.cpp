@@ -58,6 +58,12 @@ TEST_P(Requests, AreEndedByALateReplyToTheOneBefore) {
     EXPECT_EQ(jorvet.get_last_reply_frame()->data, byte_vector{0x02}) << "its own answer stays queued";
 }
 
+TEST_P(Requests, AreNotEndedByAReplyThatCameBefore) {
+    board.send("80 A000 0000");
+    EXPECT_TRUE(eventually([&] { return !jorvet.read_reply_frames().empty(); }));
+    provoke_late_refusal(milliseconds(50));
+}
+
 TEST_P(Requests, GetTheirOwnReplyOnceTheLateOneHasBeenWaitedFor) {
     provoke_late_refusal(milliseconds(100));
     ASSERT_EQ(jorvet.wait_for_reply(), JV_OK);
@@ -126,6 +132,7 @@ TEST_P(Requests, ReturnTheFailureOfTheWriteAtOnce) {
         EXPECT_EQ(with_fault("FT_Write", 1, 4, request), 0x30102040u);
         board.bridge->stall_writes_after(3);
         EXPECT_EQ(request(), 0x30102002u);
+        EXPECT_TRUE(milliseconds_since(start) >= 100 && milliseconds_since(start) < 350);
     } else {
         for (const ports::usb_end end : {ports::usb_end::stalled, ports::usb_end::failed}) {
             sim::transfer_plan plan;

@@ -24,6 +24,15 @@ DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
     });
 }
 
+BOOL GetProcessHandleCount(HANDLE process, DWORD* count) {
+    return guarded(__func__, FALSE, [&] {
+        if (process != GetCurrentProcess())
+            return fail(ERROR_INVALID_HANDLE, FALSE);
+        *count = static_cast<DWORD>(kernel::handles().size());
+        return TRUE;
+    });
+}
+
 BOOL CloseHandle(HANDLE object) {
     return guarded(__func__, FALSE, [&] {
         const auto target = kernel::handles().remove(object);

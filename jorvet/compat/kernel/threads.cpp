@@ -35,6 +35,10 @@ void Sleep(DWORD milliseconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
+HANDLE GetCurrentProcess() {
+    return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
+}
+
 HANDLE GetCurrentThread() {
     return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-2));
 }
