@@ -76,17 +76,6 @@ TEST_F(Queues, LeaveTheReadyFlagAloneWhenReadOrPurged) {
     }
 }
 
-TEST_F(Queues, HaveNoLimit) {
-    byte_vector bytes;
-    for (unsigned seq = 0; seq < 20000; ++seq)
-        for (const unsigned byte : {0x40u, 1u, seq & 0xFF, 0xA0u, 0u, 0u, 0u})
-            bytes.push_back(static_cast<unsigned char>(byte));
-    board->send_raw(bytes);
-    receive_reply();
-    EXPECT_EQ(jorvet.lost_events(), 0u);
-    EXPECT_EQ(jorvet.read_event_frames().size(), 20000u);
-}
-
 TEST_F(Queues, LetAWaitSeeAnEventThatCameWithoutAWaiter) {
     board.send("40 01 05 A000 0000");
     receive_reply();
