@@ -56,14 +56,34 @@ function(jorvet_version_resource target name)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
 
-# Makes a linker's version script of a list of demangled symbols, one per line. std::string has another name in each
-# standard library, and the linker knows wildcards only in unquoted names, which in turn may not contain blanks, brackets,
-# commas or ampersands: such a symbol becomes a pattern.
+# Makes a linker's version script of a list of demangled symbols, one per line, below the names of their nodes in
+# brackets. std::string has another name in each standard library, and the linker knows wildcards only in unquoted names,
+# which in turn may not contain blanks, brackets, commas or ampersands: such a symbol becomes a pattern.
 function(jorvet_write_version_script list output)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${list})
-  file(STRINGS ${list} symbols REGEX "^[^#]")
+  file(READ ${list} text)
+  string(REGEX REPLACE "(^|\n)#[^\n]*" "" text "${text}")
+  string(REGEX MATCHALL "\\[[A-Z_0-9]+\\][^[]*" nodes "${text}")
+  set(script "")
+  set(local "  local:\n    *;\n")
+  foreach(node IN LISTS nodes)
+    string(REGEX MATCH "^.([A-Z_0-9]+)..(.*)$" node "${node}")
+    set(name ${CMAKE_MATCH_1})
+    string(REGEX REPLACE "\n+" ";" symbols "${CMAKE_MATCH_2}")
+    jorvet_node_body("${symbols}" body)
+    string(APPEND script "${name} {\n  global:\n${body}${local}};\n")
+    set(local "") # all that is in no node
+  endforeach()
+  file(CONFIGURE OUTPUT ${output} CONTENT "${script}")
+endfunction()
+
+function(jorvet_node_body symbols output)
+  set(c_functions "")
+  set(members "")
   foreach(symbol IN LISTS symbols)
-    if(symbol MATCHES "^[A-Za-z0-9_]+$")
+    if(symbol STREQUAL "")
+      continue()
+    elseif(symbol MATCHES "^[A-Za-z0-9_]+$")
       string(APPEND c_functions "    ${symbol};\n")
     elseif(symbol MATCHES "std::string")
       string(REPLACE "std::string" "std::*basic_string*" pattern "${symbol}")
@@ -73,8 +93,10 @@ function(jorvet_write_version_script list output)
       string(APPEND members "      \"${symbol}\";\n")
     endif()
   endforeach()
-  file(CONFIGURE OUTPUT ${output}
-    CONTENT "{\n  global:\n${c_functions}    extern \"C++\" {\n${members}    };\n  local:\n    *;\n};\n")
+  if(members)
+    set(members "    extern \"C++\" {\n${members}    };\n")
+  endif()
+  set(${output} "${c_functions}${members}" PARENT_SCOPE)
 endfunction()
 
 # What leaves a shared library of jorvet_library().

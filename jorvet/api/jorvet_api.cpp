@@ -1,29 +1,15 @@
 // The C functions: each passes its arguments to one operation. No exception leaves them.
 #include "jorvet/api/jorvet_api.h"
 
-#include <exception>
-
-#include <boost/thread/exceptions.hpp>
-
 #include "jorvet/api/com_info_export.h"
+#include "jorvet/api/unless_thrown.h"
 #include "jorvet/com/usb_cyp_com.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
 #include "jorvet/core/jorvet.h"
 
 namespace {
 
-// `call()`, or `on_throw` when one of the exceptions comes that there are in the library. Others are none of its own:
-// the unwinding of a cancelled thread must pass.
-template <typename Result, typename Call>
-Result unless_thrown(Result on_throw, Call call) {
-    try {
-        return call();
-    } catch (const std::exception&) {
-    } catch (const boost::thread_interrupted&) {
-    } catch (const char*) { // of the Cypress device layer
-    }
-    return on_throw;
-}
+using jorvet::api::unless_thrown;
 
 template <typename Call>
 unsigned int status_of(CJorvet* instance, Call call) {
@@ -40,8 +26,8 @@ CJorvet* JV_CALL JVGetInstance(unsigned int kind) {
 
 void JV_CALL JVCloseInstance(CJorvet* instance) {
     // First, because a destructor cannot let the end of a cancelled thread through.
-    status_of(instance, [](CJorvet& jorvet) { return jorvet.disconnect(); });
-    delete instance;
+    if (status_of(instance, [](CJorvet& jorvet) { return jorvet.disconnect(); }) != JV_ERR_IN_CALLBACK)
+        delete instance;
 }
 
 unsigned int JV_CALL JVConnect(CJorvet* instance, unsigned char index) {

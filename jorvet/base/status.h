@@ -25,6 +25,15 @@
     X(0x30100011, JV_ERR_NOT_SUPPORTED, "this link cannot be opened that way: open it by its place in the list")       \
     X(0x30100012, JV_ERR_EVENT_TIMEOUT, "no event frame within the event time-out")                                    \
     X(0x30100013, JV_ERR_NO_RESOURCES, "memory, a thread or a kernel object could not be allocated: try again")        \
+    X(0x30100014, JV_ERR_CANCELLED, "jv_cancel was called: call jv_resume, or connect again")                          \
+    X(0x30100015, JV_ERR_BUSY, "another request was still running at the end of the time-out: nothing was sent")       \
+    X(0x30100016, JV_ERR_BUFFER_TOO_SMALL, "the buffer is too small: the length that is needed was returned")          \
+    X(0x30100017, JV_ERR_BAD_ARGUMENT, "an argument is null or out of its range: see the function's manual")           \
+    X(0x30100018, JV_ERR_IN_CALLBACK, "not from inside a callback of the same instance: call it afterwards")           \
+    X(0x30100019, JV_ERR_NO_DEVICE, "no attached device fits the description: check it, the cable and the driver")     \
+    X(0x3010001A, JV_ERR_SEVERAL_DEVICES, "several attached devices fit the description: name a serial number")        \
+    X(0x3010001B, JV_ERR_NO_ANSWER, "no answer is kept for that ticket: a later request has taken its place")          \
+    X(0x3010001C, JV_ERR_DEVICE_LOST, "the device was unplugged or its link failed: jv_reconnect opens it again")      \
     X(0x30101000, JV_ERR_COM_NOT_OPEN, "the link is not open: connect, or connect again after the device came back")   \
     X(0x30102002, JV_ERR_FTDI_SHORT_WRITE, "the bridge took only part of the request in time: check the board")        \
     X(0x3010203D, JV_ERR_FTDI_INVALID_HANDLE, "FT_INVALID_HANDLE: the bridge was closed meanwhile: connect again")     \

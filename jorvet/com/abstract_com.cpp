@@ -10,6 +10,7 @@
 #include <boost/throw_exception.hpp>
 
 #include "jorvet/base/status.h"
+#include "jorvet/com/link_extras.h"
 
 namespace jorvet::com {
 // Makes the compiler emit the type information of a class that has no code of its own; it is exported.
@@ -17,7 +18,13 @@ extern const std::type_info& tcp_ip_com_type;
 const std::type_info& tcp_ip_com_type = typeid(CTcpIpCom);
 } // namespace jorvet::com
 
-CAbstractCom::CAbstractCom() : m_com_info(boost::make_shared<CComInfo>()) {}
+namespace {
+constexpr std::size_t max_unread = std::size_t{1} << 20;    // bytes
+constexpr std::size_t max_excess = std::size_t{256} * 1024; // so that not every delivery moves the others
+} // namespace
+
+CAbstractCom::CAbstractCom()
+    : m_com_info(boost::make_shared<CComInfo>()), m_extras(boost::make_shared<jorvet::com::link_extras>()) {}
 
 bool CAbstractCom::is_open() {
     return m_com_handle != nullptr;
@@ -76,6 +83,14 @@ void CAbstractCom::end_receiving() {
 void CAbstractCom::forget_received() {
     const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
     m_rx_buffer.clear();
+}
+
+void CAbstractCom::keep_newest() {
+    if (m_rx_buffer.size() <= max_unread + max_excess)
+        return;
+    const std::size_t excess = m_rx_buffer.size() - max_unread;
+    m_rx_buffer.erase(m_rx_buffer.begin(), m_rx_buffer.begin() + static_cast<std::ptrdiff_t>(excess));
+    m_extras->dropped_unread += excess;
 }
 
 unsigned int CAbstractCom::run_listening_thread(const std::function<void()>& body, int poll_ms) {

@@ -17,6 +17,10 @@
 #include "jorvet/base/export.h"
 #include "jorvet/com/com_info.h"
 
+namespace jorvet::com {
+class link_extras;
+}
+
 // Statuses are the codes of jorvet/base/status.h, 0 for success. A transport is created as its concrete class and held
 // by a boost::shared_ptr made from the concrete pointer; there is no virtual destructor.
 //
@@ -72,6 +76,11 @@ class JV_API CAbstractCom {
     // Nothing will take received bytes any more: the listening thread ends, which closes an FTDI link and leaves a
     // Cypress link open. For the consumer, when it fails; not exported.
     void receiving_failed() { m_rx_failed = true; }
+    // Whether nobody takes received bytes: then the newest megabyte is kept, and what is dropped is counted. For the
+    // consumer; not exported.
+    void set_unread(bool unread) { m_rx_unread = unread; }
+    // What applications do not see of a link; not exported.
+    jorvet::com::link_extras& extras() { return *m_extras; }
 
   protected:
     ~CAbstractCom() = default;
@@ -100,12 +109,16 @@ class JV_API CAbstractCom {
         m_rx_bytes = static_cast<unsigned int>(count);
         if (!append(m_rx_buffer))
             return false;
+        if (m_rx_unread)
+            keep_newest();
         ++m_cp_listening_loop_with_data;
         m_rx_ready = true;
         lock.unlock();
         m_rx_cond.notify_all();
         return true;
     }
+    // Shortens the receive buffer. The caller holds m_rx_mutex.
+    void keep_newest();
     // Ends a stop of the listening thread: waits are allowed again, and no delivery is announced any more.
     void end_receiving();
     // Drops the received bytes that nothing has taken.
@@ -127,6 +140,8 @@ class JV_API CAbstractCom {
     std::atomic<unsigned int> m_listening_failure{0}; // why the thread could not begin to listen
     std::atomic<unsigned short> m_cp_listening_loop{0};
     std::atomic<unsigned short> m_cp_listening_loop_with_data{0};
+    std::atomic<bool> m_rx_unread{false};
+    const boost::shared_ptr<jorvet::com::link_extras> m_extras;
 };
 
 // A network link: declared, without operations of its own; nothing creates one.

@@ -1,7 +1,8 @@
 // The FTDI link's device list: the D2XX device list as records, and the look-ups in it. Any thread.
 #include <algorithm>
-#include <cstring>
+#include <cstdio>
 
+#include "jorvet/com/attached_devices.h"
 #include "jorvet/com/list_lookup.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
 #include "jorvet/system/d2xx.h"
@@ -51,6 +52,41 @@ std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> bridges_where(Predicate matche
 }
 
 } // namespace
+
+namespace jorvet::com {
+
+attached_device describe(const CUsbFtd2xxComInfo& bridge) {
+    char place[11];
+    std::snprintf(place, sizeof(place), "0x%x", static_cast<unsigned>(bridge.loc_id));
+    attached_device device;
+    device.kind = bridge.com_type;
+    device.index = bridge.index;
+    device.in_use = bridge.in_use != 0 ? JV_YES : JV_NO;
+    device.speed = JV_SPEED_UP_TO_HIGH;
+    device.vendor_id = static_cast<std::uint16_t>(bridge.id >> 16);
+    device.product_id = static_cast<std::uint16_t>(bridge.id & 0xFFFF);
+    device.serial_number = bridge.serial_number;
+    device.description = bridge.description;
+    device.place = place;
+    return device;
+}
+
+std::vector<attached_device> attached_bridges() {
+    std::vector<attached_device> devices;
+    for (const auto& bridge : CUsbFtd2xxCom::get_all_com_info_list())
+        devices.push_back(describe(*bridge));
+    return devices;
+}
+
+boost::shared_ptr<CUsbFtd2xxComInfo> bridge_with_handle(const void* handle) {
+    const std::vector<FT_DEVICE_LIST_INFO_NODE> nodes = device_nodes();
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        if (nodes[i].ftHandle == handle)
+            return record_of(nodes[i], i);
+    return boost::make_shared<CUsbFtd2xxComInfo>();
+}
+
+} // namespace jorvet::com
 
 std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> CUsbFtd2xxCom::get_all_com_info_list() {
     std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> records;

@@ -4,12 +4,15 @@
 #include <algorithm>
 #include <iostream>
 #include <new>
+#include <string>
 
 #include <boost/chrono/duration.hpp>
 #include <boost/make_shared.hpp>
 
 #include "jorvet/base/status.h"
+#include "jorvet/com/attached_devices.h"
 #include "jorvet/com/descriptor_report.h"
+#include "jorvet/com/link_extras.h"
 #include "jorvet/cyusb/pending_record.h"
 
 namespace {
@@ -27,6 +30,17 @@ void cancel_and_clear(CCyUSBEndPoint* endpoint) {
         return;
     endpoint->Abort();
     endpoint->Reset();
+}
+
+std::string system_error(DWORD error) {
+    return "system error " + std::to_string(error);
+}
+
+// What the last transfer of an endpoint ended with.
+std::string transfer_error(const CCyUSBEndPoint& endpoint) {
+    char status[60];
+    CCyUSBDevice::UsbdStatusString(endpoint.UsbdStatus, status);
+    return system_error(endpoint.LastError) + ", " + status;
 }
 
 // The IN transfer of a listening thread. Its destructor ends the transfer, so that the buffer outlives it.
@@ -86,15 +100,18 @@ unsigned int CUsbCypCom::load() {
 }
 
 unsigned int CUsbCypCom::open_by_index(unsigned char index) {
+    return open_checked(index, {});
+}
+
+unsigned int CUsbCypCom::open_checked(unsigned char index, const jorvet::com::device_check& wanted) {
     if (is_open())
         close();
-    if (!open_device(index)) {
+    unsigned int status = open_device(index, wanted);
+    if (status == JV_OK && (m_device.BulkInEndPt == nullptr || m_device.BulkOutEndPt == nullptr))
+        status = JV_ERR_CYP_NO_ENDPOINT;
+    if (status != JV_OK) {
         m_com_info = boost::make_shared<CComInfo>();
-        return JV_ERR_CYP_OPEN;
-    }
-    if (m_device.BulkInEndPt == nullptr || m_device.BulkOutEndPt == nullptr) {
-        m_com_info = boost::make_shared<CComInfo>();
-        return JV_ERR_CYP_NO_ENDPOINT;
+        return status;
     }
     m_com_handle = m_device.DeviceHandle;
     m_com_info->in_use = 1;
@@ -103,15 +120,30 @@ unsigned int CUsbCypCom::open_by_index(unsigned char index) {
     return start_listening_thread();
 }
 
-// Returns whether a device is open now; it may lack a selected interface.
-bool CUsbCypCom::open_device(unsigned char index) try {
-    if (!m_device.Open(index)) {
+// JV_OK when the device is open, which may lack a selected interface.
+unsigned int CUsbCypCom::open_device(unsigned char index, const jorvet::com::device_check& wanted) try {
+    const auto closed_as_unwanted = [&] {
+        if (!wanted || m_device.DeviceHandle == INVALID_HANDLE_VALUE || wanted(jorvet::com::describe(m_device)))
+            return false;
+        m_device.Close();
+        return true;
+    };
+    const bool usable = m_device.Open(index);
+    if (closed_as_unwanted())
+        return JV_ERR_NO_DEVICE;
+    if (!usable) {
         m_device.Reset();
         m_device.Open(index);
+        if (closed_as_unwanted())
+            return JV_ERR_NO_DEVICE;
     }
-    return m_device.DeviceHandle != INVALID_HANDLE_VALUE;
-} catch (const char*) { // the previous device does not close
-    return false;
+    if (m_device.DeviceHandle != INVALID_HANDLE_VALUE)
+        return JV_OK;
+    m_extras->note("the device did not open: " + system_error(m_device.LastError));
+    return JV_ERR_CYP_OPEN;
+} catch (const char* message) { // the previous device does not close
+    m_extras->note(message);
+    return JV_ERR_CYP_OPEN;
 }
 
 unsigned int CUsbCypCom::open_by_name(std::string&) {
@@ -170,7 +202,12 @@ unsigned int CUsbCypCom::write(void* buffer, unsigned int size) {
         out.Reset();
         out.Abort();
     }
-    return ended && finished && length == static_cast<LONG>(size) ? JV_OK : JV_ERR_CYP_WRITE;
+    if (ended && finished && length == static_cast<LONG>(size))
+        return JV_OK;
+    m_extras->note(finished ? "the bulk OUT transfer moved " + std::to_string(length) + " bytes"
+                   : ended  ? "the bulk OUT transfer failed: " + transfer_error(out)
+                            : "the bulk OUT transfer did not end in time");
+    return JV_ERR_CYP_WRITE;
 }
 
 unsigned int CUsbCypCom::purge_tx() {
@@ -215,6 +252,7 @@ void CUsbCypCom::listening_loop() {
             listen();
     } catch (...) { // whatever it is, going on would lose bytes
         m_listening_failure = JV_ERR_NO_RESOURCES;
+        m_extras->ended(jorvet::com::link_end::out_of_memory);
     }
     listening_ended();
 }
@@ -241,6 +279,8 @@ void CUsbCypCom::listen() {
         const bool ok = transfer.finish(&length);
         // Evaluated here because the next start overwrites the status words.
         const bool failed = !started || in.NtStatus != 0 || in.UsbdStatus != 0;
+        if (failed)
+            m_extras->note("the bulk IN transfer failed: " + transfer_error(in));
         started = transfer.begin(next);
         if (!ok && length != 0) {
             in.Reset();
@@ -250,8 +290,10 @@ void CUsbCypCom::listen() {
             deliver_from(current, static_cast<std::size_t>(length));
         ++m_cp_listening_loop;
         current.swap(next);
-        if (failed || m_rx_failed)
+        if (m_rx_failed)
             m_listening_stopped = true;
+        if (failed && !m_listening_stopped.exchange(true))
+            m_extras->ended(jorvet::com::link_end::device_lost);
     } while (!m_listening_stopped);
 }
 

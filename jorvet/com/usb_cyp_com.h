@@ -7,6 +7,7 @@
 #pragma once
 
 #include "jorvet/com/abstract_com.h"
+#include "jorvet/com/attached_devices.h"
 #include "jorvet/cyusb/usb_device.h"
 #include "jorvet/system/win32.h"
 
@@ -65,8 +66,14 @@ class JV_API CUsbCypCom final : public CAbstractCom {
     static std::vector<boost::shared_ptr<CUsbCypComInfo>> get_com_info_by_name(std::string description);
     static std::vector<boost::shared_ptr<CUsbCypComInfo>> get_com_info_by_sn(std::string serial_number);
 
+    // As open_by_index, but goes on only when the device that was opened is `wanted`, if that is not empty; otherwise
+    // closes it again, having read its descriptors alone, and returns JV_ERR_NO_DEVICE. Not exported.
+    unsigned int open_checked(unsigned char index, const jorvet::com::device_check& wanted);
+    // What was opened last. Not exported.
+    jorvet::com::attached_device opened_device() const { return jorvet::com::describe(m_device); }
+
   private:
-    bool open_device(unsigned char index);
+    unsigned int open_device(unsigned char index, const jorvet::com::device_check& wanted);
     void listen();
     void deliver_from(const std::vector<unsigned char>& bytes, std::size_t count);
 

@@ -54,49 +54,78 @@ unsigned int CUsbFtd2xxCom::mapped(unsigned int d2xx_status) const {
     return found != m_mapping_error.end() ? found->second : static_cast<unsigned int>(JV_OK);
 }
 
-unsigned int CUsbFtd2xxCom::open_by_index(unsigned char index) {
-    if (is_open()) {
-        const unsigned int status = close();
-        if (is_open())
-            return status;
-    }
-    FT_HANDLE handle = nullptr;
-    const FT_STATUS opened = FT_Open(index, &handle);
-    if (opened != FT_OK)
-        return mapped(opened);
-    m_com_handle = handle;
-    const unsigned int configured = configure();
-    if (configured != FT_OK)
-        return mapped(configured);
+// As `mapped`, and leaves a sentence about a failure for people.
+unsigned int CUsbFtd2xxCom::noted(const char* call, unsigned int d2xx_status) const {
+    const unsigned int status = mapped(d2xx_status);
+    if (d2xx_status != FT_OK)
+        m_extras->note(std::string(call) + ": " +
+                       (status != JV_OK ? jv_status_text(status) : "D2XX status " + std::to_string(d2xx_status)));
+    return status;
+}
 
-    const unsigned int status = start_listening_thread();
+unsigned int CUsbFtd2xxCom::open_by_index(unsigned char index) {
+    unsigned int status = JV_OK;
+    if (!open_handle(index, status) || !configure(status))
+        return status;
+    status = start_listening_thread();
     m_com_info = get_com_info_by_index(index);
     return status;
 }
 
-// Makes the fixed settings of the link. Returns the D2XX status of the first one that fails, or FT_OK.
-unsigned int CUsbFtd2xxCom::configure() {
+unsigned int CUsbFtd2xxCom::open_checked(unsigned char index, const jorvet::com::device_check& wanted) {
+    unsigned int status = JV_OK;
+    if (!open_handle(index, status))
+        return status;
+    const auto opened = jorvet::com::bridge_with_handle(m_com_handle);
+    if (!wanted(jorvet::com::describe(*opened))) {
+        FT_Close(m_com_handle.exchange(nullptr));
+        return JV_ERR_NO_DEVICE;
+    }
+    if (!configure(status))
+        return status;
+    m_com_info = opened;
+    return start_listening_thread();
+}
+
+jorvet::com::attached_device CUsbFtd2xxCom::opened_device() const {
+    if (m_com_info->com_type != JV_KIND_FTDI)
+        return {};
+    return jorvet::com::describe(static_cast<const CUsbFtd2xxComInfo&>(*m_com_info));
+}
+
+// Opens the bridge and does nothing else to it. False with the status when that fails, or when the open one does not
+// close.
+bool CUsbFtd2xxCom::open_handle(unsigned char index, unsigned int& status) {
+    if (is_open()) {
+        status = close();
+        if (is_open())
+            return false;
+    }
+    FT_HANDLE handle = nullptr;
+    const FT_STATUS opened = FT_Open(index, &handle);
+    status = noted("FT_Open", opened);
+    if (opened != FT_OK)
+        return false;
+    m_com_handle = handle;
+    return true;
+}
+
+// Makes the fixed settings of the link. False with the status of the first one that fails.
+bool CUsbFtd2xxCom::configure(unsigned int& status) {
     const FT_HANDLE handle = m_com_handle;
-    FT_STATUS status = FT_ResetDevice(handle);
-    if (status == FT_OK)
-        status = FT_Purge(handle, purge_both);
-    if (status == FT_OK)
-        status = FT_SetUSBParameters(handle, in_transfer_size, out_transfer_size);
-    if (status == FT_OK)
-        status = FT_SetBaudRate(handle, baud_rate);
-    if (status == FT_OK)
-        status = FT_SetTimeouts(handle, no_read_timeout, write_timeout_ms);
-    if (status == FT_OK)
-        status = FT_SetDataCharacteristics(handle, 8, 0, 0);
-    if (status == FT_OK)
-        status = FT_SetFlowControl(handle, 0, 0x11, 0x13);
-    if (status == FT_OK)
-        status = FT_Purge(handle, purge_both);
-    if (status == FT_OK)
-        status = FT_SetLatencyTimer(handle, latency_ms);
-    if (status == FT_OK)
-        status = FT_SetResetPipeRetryCount(handle, pipe_retries);
-    return status;
+    const auto made = [&](const char* call, FT_STATUS answer) {
+        status = noted(call, answer);
+        return answer == FT_OK;
+    };
+    return made("FT_ResetDevice", FT_ResetDevice(handle)) && made("FT_Purge", FT_Purge(handle, purge_both)) &&
+           made("FT_SetUSBParameters", FT_SetUSBParameters(handle, in_transfer_size, out_transfer_size)) &&
+           made("FT_SetBaudRate", FT_SetBaudRate(handle, baud_rate)) &&
+           made("FT_SetTimeouts", FT_SetTimeouts(handle, no_read_timeout, write_timeout_ms)) &&
+           made("FT_SetDataCharacteristics", FT_SetDataCharacteristics(handle, 8, 0, 0)) &&
+           made("FT_SetFlowControl", FT_SetFlowControl(handle, 0, 0x11, 0x13)) &&
+           made("FT_Purge", FT_Purge(handle, purge_both)) &&
+           made("FT_SetLatencyTimer", FT_SetLatencyTimer(handle, latency_ms)) &&
+           made("FT_SetResetPipeRetryCount", FT_SetResetPipeRetryCount(handle, pipe_retries));
 }
 
 unsigned int CUsbFtd2xxCom::open_by_name(std::string&) {
@@ -126,7 +155,7 @@ unsigned int CUsbFtd2xxCom::close() {
         return JV_ERR_COM_NOT_OPEN;
     FT_Purge(handle, purge_both);
     FT_ResetDevice(handle);
-    const unsigned int status = mapped(FT_Close(handle));
+    const unsigned int status = noted("FT_Close", FT_Close(handle));
     if (status == JV_OK)
         m_com_handle = nullptr;
     return status;
@@ -137,7 +166,7 @@ unsigned int CUsbFtd2xxCom::read(void* buffer, unsigned int size) {
     if (handle == nullptr)
         return JV_ERR_COM_NOT_OPEN;
     DWORD count = 0;
-    return mapped(FT_Read(handle, buffer, size, &count));
+    return noted("FT_Read", FT_Read(handle, buffer, size, &count));
 }
 
 unsigned int CUsbFtd2xxCom::write(void* buffer, unsigned int size) {
@@ -147,8 +176,11 @@ unsigned int CUsbFtd2xxCom::write(void* buffer, unsigned int size) {
     DWORD written = 0;
     const FT_STATUS status = FT_Write(handle, buffer, size, &written);
     if (status != FT_OK)
-        return mapped(status);
-    return written == size ? JV_OK : JV_ERR_FTDI_SHORT_WRITE;
+        return noted("FT_Write", status);
+    if (written == size)
+        return JV_OK;
+    m_extras->note("FT_Write: " + std::to_string(written) + " of " + std::to_string(size) + " bytes left in time");
+    return JV_ERR_FTDI_SHORT_WRITE;
 }
 
 unsigned int CUsbFtd2xxCom::purge_tx() {
@@ -193,8 +225,9 @@ void CUsbFtd2xxCom::listening_loop() {
     if (prepare_listening()) {
         listening_began();
         do {
-            if (m_rx_failed || !listen_once()) {
-                shut_down();
+            auto why = jorvet::com::link_end::device_lost;
+            if (m_rx_failed || !listen_once(why)) {
+                shut_down(why);
                 break;
             }
             ++m_cp_listening_loop;
@@ -215,7 +248,7 @@ void CUsbFtd2xxCom::join_and_close_event() {
 bool CUsbFtd2xxCom::prepare_listening() {
     const FT_STATUS status = FT_SetEventNotification(m_com_handle, FT_EVENT_RXCHAR, m_rx_event);
     if (status != FT_OK) {
-        const unsigned int failure = mapped(status);
+        const unsigned int failure = noted("FT_SetEventNotification", status);
         m_listening_failure = failure != 0 ? failure : static_cast<unsigned int>(JV_ERR_FTDI_OTHER_ERROR);
         return false;
     }
@@ -228,8 +261,9 @@ bool CUsbFtd2xxCom::prepare_listening() {
     return true;
 }
 
-// One pass: waits for bytes and delivers them; without bytes, checks the bridge. False when the bridge has failed.
-bool CUsbFtd2xxCom::listen_once() try {
+// One pass: waits for bytes and delivers them; without bytes, checks the bridge. False when the bridge or memory has
+// failed.
+bool CUsbFtd2xxCom::listen_once(jorvet::com::link_end& why) try {
     if (WaitForSingleObject(m_rx_event, listening_wait_ms) == WAIT_OBJECT_0) {
         std::size_t count = 0;
         if (!deliver_queued(count))
@@ -242,8 +276,9 @@ bool CUsbFtd2xxCom::listen_once() try {
     DWORD received = 0;
     DWORD to_send = 0;
     DWORD events = 0;
-    return mapped(FT_GetStatus(m_com_handle, &received, &to_send, &events)) == JV_OK;
+    return noted("FT_GetStatus", FT_GetStatus(m_com_handle, &received, &to_send, &events)) == JV_OK;
 } catch (...) { // whatever it is, going on would lose bytes
+    why = jorvet::com::link_end::out_of_memory;
     return false;
 }
 
@@ -268,7 +303,7 @@ bool CUsbFtd2xxCom::deliver_queued(std::size_t& count) {
 
 // The listening thread closes a link whose bridge has failed. It clears the handle last, so that a thread that sees the
 // link closed also finds it empty.
-void CUsbFtd2xxCom::shut_down() {
+void CUsbFtd2xxCom::shut_down(jorvet::com::link_end why) {
     m_listening_stopped = true;
     m_rx_abort = true;
     const FT_HANDLE handle = m_com_handle;
@@ -278,6 +313,7 @@ void CUsbFtd2xxCom::shut_down() {
     forget_received();
     end_receiving();
     m_com_handle = nullptr;
+    m_extras->ended(why);
 }
 
 unsigned short CUsbFtd2xxCom::get_cp_listening_loop() {

@@ -8,6 +8,8 @@
 #include <map>
 
 #include "jorvet/com/abstract_com.h"
+#include "jorvet/com/attached_devices.h"
+#include "jorvet/com/link_extras.h"
 
 // Besides the statuses listed, JV_ERR_FTDI_... is the code for the D2XX status of the driver call that failed. Threads:
 // as in the base class.
@@ -62,13 +64,22 @@ class JV_API CUsbFtd2xxCom final : public CAbstractCom {
     static std::vector<boost::shared_ptr<CUsbFtd2xxComInfo>> get_com_info_by_sn(std::string serial_number);
     static boost::shared_ptr<CUsbFtd2xxComInfo> get_com_info_by_locid(unsigned int loc_id);
 
+    // As open_by_index, but goes on only when the bridge that was opened is `wanted`; otherwise closes it again
+    // untouched and returns JV_ERR_NO_DEVICE. Not exported.
+    unsigned int open_checked(unsigned char index, const jorvet::com::device_check& wanted);
+    // What was opened last: after open_checked the bridge itself, otherwise what the list had at its place. Not
+    // exported.
+    jorvet::com::attached_device opened_device() const;
+
   private:
+    bool open_handle(unsigned char index, unsigned int& status);
+    unsigned int noted(const char* call, unsigned int d2xx_status) const;
     unsigned int mapped(unsigned int d2xx_status) const;
-    unsigned int configure();
+    bool configure(unsigned int& status);
     bool prepare_listening();
-    bool listen_once();
+    bool listen_once(jorvet::com::link_end& why);
     bool deliver_queued(std::size_t& count);
-    void shut_down();
+    void shut_down(jorvet::com::link_end why);
     void join_and_close_event();
 
     std::map<unsigned short, unsigned int> m_mapping_error; // D2XX status to status code

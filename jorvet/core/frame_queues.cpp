@@ -6,6 +6,7 @@
 #include "jorvet/base/diagnostics.h"
 #include "jorvet/base/status.h"
 #include "jorvet/core/jorvet.h"
+#include "jorvet/core/session.h"
 
 namespace {
 
@@ -29,23 +30,12 @@ unsigned int wait_for_frame(boost::mutex& mutex, boost::condition_variable& arri
     return last_status == JV_ERR_CONTEXT_LOSS ? JV_ERR_CONTEXT_LOSS : JV_OK;
 }
 
-// Takes the newest frame of a queue whose mutex the caller holds.
-template <typename Frame>
-boost::shared_ptr<Frame> take_newest(std::vector<boost::shared_ptr<Frame>>& queue) {
+boost::shared_ptr<IProtocol::REPLY_FRAME> take_newest(std::vector<boost::shared_ptr<IProtocol::REPLY_FRAME>>& queue) {
     if (queue.empty())
-        return boost::make_shared<Frame>();
-    boost::shared_ptr<Frame> newest = std::move(queue.back());
+        return boost::make_shared<IProtocol::REPLY_FRAME>();
+    boost::shared_ptr<IProtocol::REPLY_FRAME> newest = std::move(queue.back());
     queue.pop_back();
     return newest;
-}
-
-// Takes all frames of a queue. They are freed, if the caller drops them, without the lock.
-template <typename Frame>
-std::vector<boost::shared_ptr<Frame>> take_all(boost::mutex& mutex, std::vector<boost::shared_ptr<Frame>>& queue) {
-    std::vector<boost::shared_ptr<Frame>> taken;
-    const boost_lock lock(mutex);
-    taken.swap(queue);
-    return taken;
 }
 
 } // namespace
@@ -78,29 +68,43 @@ boost::shared_ptr<IProtocol::REPLY_FRAME> CJorvet::get_last_reply_frame() {
             m_reply_frames_reported = reported = queued;
         newest = take_newest(m_reply_frames);
     }
-    if (reported > 0 && jorvet::diagnostics::listening())
-        jorvet::diagnostics::write(
-            "Jorvet - Warning - get_last_reply_frame m_reply_frames.size(): " + std::to_string(reported) + "\n");
+    if (reported > 0 && (jorvet::diagnostics::listening() || m_session->logs(JV_LOG_WARNINGS))) {
+        const std::string text =
+            "Jorvet - Warning - get_last_reply_frame m_reply_frames.size(): " + std::to_string(reported) + "\n";
+        jorvet::diagnostics::write(text);
+        m_session->log(JV_LOG_WARNINGS, text);
+    }
     return newest;
 }
 
 boost::shared_ptr<IProtocol::EVENT_FRAME> CJorvet::get_last_event_frame() {
     const boost_lock lock(m_event_mutex);
-    return take_newest(m_event_frames);
+    if (m_session->events.size() == 0)
+        return boost::make_shared<IProtocol::EVENT_FRAME>();
+    auto newest = m_session->events.take_newest();
+    m_session->events_changed();
+    return newest;
 }
 
 std::vector<boost::shared_ptr<IProtocol::REPLY_FRAME>> CJorvet::read_reply_frames() {
-    return take_all(m_reply_mutex, m_reply_frames);
+    std::vector<boost::shared_ptr<IProtocol::REPLY_FRAME>> taken;
+    const boost_lock lock(m_reply_mutex);
+    taken.swap(m_reply_frames);
+    return taken;
 }
 
 std::vector<boost::shared_ptr<IProtocol::EVENT_FRAME>> CJorvet::read_event_frames() {
-    return take_all(m_event_mutex, m_event_frames);
+    const boost_lock lock(m_event_mutex);
+    auto taken = m_session->events.take_all();
+    m_session->events_changed();
+    return taken;
 }
 
+// What is dropped is freed without the lock.
 void CJorvet::purge_reply_frame() {
-    take_all(m_reply_mutex, m_reply_frames);
+    read_reply_frames();
 }
 
 void CJorvet::purge_event_frame() {
-    take_all(m_event_mutex, m_event_frames);
+    read_event_frames();
 }

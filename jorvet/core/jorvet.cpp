@@ -2,6 +2,7 @@
 // threads.
 #include "jorvet/core/jorvet.h"
 
+#include <memory>
 #include <typeinfo>
 
 #include <boost/chrono/duration.hpp>
@@ -15,7 +16,8 @@
 #include "jorvet/core/board_status.h"
 #include "jorvet/core/context_report.h"
 #include "jorvet/core/frame_records.h"
-#include "jorvet/core/receive_engine.h"
+#include "jorvet/core/frame_stream.h"
+#include "jorvet/core/session.h"
 #include "jorvet/protocol/crc.h"
 #include "jorvet/protocol/request_frame.h"
 #include "jorvet/system/win32.h"
@@ -28,8 +30,6 @@ const std::type_info& instance_type = typeid(CJorvet);
 
 namespace {
 
-constexpr unsigned char deaf_mode = 3; // in this mode the board's bytes are ignored
-
 boost::shared_ptr<CAbstractCom> make_com(unsigned int kind) {
     if (kind == JV_KIND_FTDI)
         return boost::shared_ptr<CAbstractCom>(boost::make_shared<CUsbFtd2xxCom>());
@@ -40,7 +40,8 @@ boost::shared_ptr<CAbstractCom> make_com(unsigned int kind) {
 
 } // namespace
 
-CJorvet::CJorvet(unsigned int kind) : m_com_type(kind), m_com(make_com(m_com_type)) {}
+CJorvet::CJorvet(unsigned int kind)
+    : m_com_type(kind), m_com(make_com(m_com_type)), m_session(std::make_unique<jorvet::core::session>(*this)) {}
 
 CJorvet::~CJorvet() {
     try {
@@ -53,24 +54,35 @@ unsigned int CJorvet::connect(unsigned char index) {
     const boost::this_thread::disable_interruption uninterrupted; // it ends soon, and leaves all or nothing running
     if (const unsigned int status = prepare_connect())
         return status;
-    if (const unsigned int status = m_com->open_by_index(index))
+    m_session->resume();
+    return open_and_receive([&] { return m_com->open_by_index(index); });
+}
+
+// The same for the device that `ok` accepts.
+unsigned int CJorvet::connect_checked(unsigned char index, const jorvet::com::device_check& ok) {
+    const boost::this_thread::disable_interruption uninterrupted;
+    if (const unsigned int status = prepare_connect())
         return status;
-    return start_receiving();
+    return open_and_receive([&] {
+        return m_com_type == JV_KIND_FTDI ? static_cast<CUsbFtd2xxCom&>(*m_com).open_checked(index, ok)
+                                          : static_cast<CUsbCypCom&>(*m_com).open_checked(index, ok);
+    });
 }
 
 unsigned int CJorvet::connect(std::string& address, int port) {
     if (const unsigned int status = prepare_connect())
         return status;
-    if (const unsigned int status = m_com->open_by_tcpip(address, port))
-        return status;
-    return start_receiving();
+    return open_and_receive([&] { return m_com->open_by_tcpip(address, port); });
 }
 
 unsigned int CJorvet::prepare_connect() {
     if (!m_com)
         return JV_ERR_NO_COM;
+    if (m_session->in_callback())
+        return JV_ERR_IN_CALLBACK;
     if (m_com->is_open())
         disconnect();
+    m_session->closing();
     stop_receiving(); // of a link that was lost: what came before stays queued
     if (const unsigned int status = m_com->load())
         return status;
@@ -78,9 +90,26 @@ unsigned int CJorvet::prepare_connect() {
     return JV_OK;
 }
 
-unsigned int CJorvet::start_receiving() {
-    if (!m_com->is_open())
-        return JV_OK;
+unsigned int CJorvet::open_and_receive(const std::function<unsigned int()>& open) try {
+    m_session->opening();
+    if (const unsigned int status = open()) {
+        m_session->closed();
+        return status;
+    }
+    start_receiving();
+    return JV_OK;
+} catch (...) {
+    m_session->closed();
+    throw;
+}
+
+void CJorvet::start_receiving() {
+    m_com->set_unread(false);
+    m_session->remember(m_com_type == JV_KIND_FTDI ? static_cast<CUsbFtd2xxCom&>(*m_com).opened_device()
+                                                   : static_cast<CUsbCypCom&>(*m_com).opened_device());
+    m_session->opened();
+    if (!m_com->is_open()) // lost again
+        return;
     m_lost_events = 0;
     m_event_count = 0;
     m_stop_thread = false; // before the thread begins, so that a disconnect right away finds it
@@ -90,12 +119,14 @@ unsigned int CJorvet::start_receiving() {
         m_stop_thread = true;
         throw;
     }
-    return JV_OK;
 }
 
 unsigned int CJorvet::disconnect() {
     const boost::this_thread::disable_interruption uninterrupted; // the background thread uses this object
+    if (m_session->in_callback())                                 // of that thread itself, perhaps
+        return JV_ERR_IN_CALLBACK;
     unsigned int result = JV_OK;
+    m_session->closing();
     {
         const struct stopper { // also when the link's close throws
             CJorvet& instance;
@@ -106,6 +137,7 @@ unsigned int CJorvet::disconnect() {
     }
     purge_event_frame();
     purge_reply_frame();
+    m_session->closed();
     return result;
 }
 
@@ -161,42 +193,69 @@ bool CJorvet::crc_calc(IProtocol::REPLY_FRAME* frame) {
 // Runs on the background thread: makes the record of each frame and queues it. Notifies after unlocking.
 class CJorvet::receiver final : public jorvet::core::receive_sink {
   public:
-    explicit receiver(CJorvet& instance) : jorvet_(instance) {}
+    explicit receiver(CJorvet& instance) : jorvet_(instance), session_(*instance.m_session) {}
 
     void event(jorvet::core::event_view frame, unsigned lost) override {
         auto record = jorvet::core::make_event(frame);
-        jorvet_.m_lost_events += lost;
+        if (lost != 0)
+            jorvet_.m_lost_events += lost;
         ++jorvet_.m_event_count;
+        bool awaited = false;
         {
             const boost::unique_lock<boost::mutex> lock(jorvet_.m_event_mutex);
-            jorvet_.m_event_frames.push_back(std::move(record));
+            session_.events.push(std::move(record), lost);
             jorvet_.m_event_ready = true;
+            awaited = session_.awaits_event();
+            if (awaited)
+                session_.events_changed();
         }
         jorvet_.m_event_cond.notify_one();
+        if (awaited)
+            session_.event_queued();
     }
 
     void reply(jorvet::core::reply_view frame) override {
         auto record = jorvet::core::make_reply(frame);
+        bool awaited = false, deaf = false;
         {
             const boost::unique_lock<boost::mutex> lock(jorvet_.m_reply_mutex);
             jorvet_.m_reply_status = record->status;
             if (jorvet_.m_rq_cmd == jorvet::protocol::requests::get_mode.command &&
-                record->status == jorvet::protocol::board_success && record->length == 1)
+                record->status == jorvet::protocol::board_success && record->length == 1) {
                 jorvet_.m_mode = record->data[0];
+                deaf = record->data[0] == jorvet::core::deaf_mode;
+            }
             jorvet_.m_reply_frames.push_back(std::move(record));
             jorvet_.m_reply_ready = true;
+            session_.reply_came();
+            awaited = session_.awaits_reply();
         }
         jorvet_.m_reply_cond.notify_one();
+        if (awaited)
+            session_.reply_queued();
+        if (deaf)
+            session_.deaf();
     }
 
     void context_lost(const jorvet::core::context_loss& loss) override {
-        jorvet::diagnostics::write(jorvet::core::describe(loss));
+        const std::string text = jorvet::core::describe(loss);
+        jorvet::diagnostics::write(text);
+        session_.log(JV_LOG_ERRORS, text);
     }
 
-    bool wants_reports() const override { return jorvet::diagnostics::listening(); }
+    bool wants_reports() const override { return jorvet::diagnostics::listening() || session_.logs(JV_LOG_ERRORS); }
+
+    void frame_discarded() override { ++session_.counters.discarded_frames; }
+
+    void stream_broken(bool goes_on) override {
+        ++session_.counters.stream_losses;
+        if (goes_on)
+            ++session_.counters.resynchronisations;
+    }
 
   private:
     CJorvet& jorvet_;
+    jorvet::core::session& session_;
 };
 
 void CJorvet::m_bkgd_thread_loop() try {
@@ -210,16 +269,20 @@ void CJorvet::m_bkgd_thread_loop() try {
     SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_HIGHEST);
 
     receiver sink(*this);
-    jorvet::core::receive_engine engine(sink);
+    jorvet::core::frame_stream stream(sink, *m_session);
     while (!m_stop_thread && m_com->is_open()) {
         if (!m_com->wait_for_rx_bytes()) {
             boost::this_thread::sleep_for(boost::chrono::milliseconds(2));
             continue;
         }
         std::vector<unsigned char> packet = m_com->read_input_data();
-        if (m_mode == deaf_mode)
+        if (m_mode == jorvet::core::deaf_mode)
             continue;
-        if (!engine.take(std::move(packet))) {
+        m_session->packet_received(packet);
+        const bool goes_on = stream.take(std::move(packet));
+        m_session->packet_done();
+        if (!goes_on) {
+            m_com->set_unread(true);
             m_last_status = JV_ERR_CONTEXT_LOSS;
             m_stop_thread = true;
         }
@@ -227,6 +290,7 @@ void CJorvet::m_bkgd_thread_loop() try {
     m_stop_thread = true;
 } catch (...) { // whatever it is, going on would lose frames
     m_last_status = JV_ERR_NO_RESOURCES;
+    m_session->out_of_memory();
     m_com->receiving_failed();
     m_stop_thread = true;
 }

@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,12 @@
 
 namespace jorvet::protocol {
 struct request;
+}
+namespace jorvet::com {
+struct attached_device;
+}
+namespace jorvet::core {
+class session;
 }
 
 class JV_API CJorvet {
@@ -111,9 +119,15 @@ class JV_API CJorvet {
 
   private:
     class receiver; // queues what the receive engine finds
+    friend class jorvet::core::session;
 
+    unsigned int connect_checked(unsigned char index,
+                                 const std::function<bool(const jorvet::com::attached_device&)>& ok);
     unsigned int prepare_connect();
-    unsigned int start_receiving();
+    unsigned int open_and_receive(const std::function<unsigned int()>& open);
+    void arm_reply(unsigned char command);
+    unsigned int code_of(unsigned short board_status) const;
+    void start_receiving();
     void stop_receiving();
     unsigned int run_request(const jorvet::protocol::request& rq, bool with_crc, unsigned short* out_length = nullptr,
                              unsigned char* out_data = nullptr);
@@ -143,4 +157,5 @@ class JV_API CJorvet {
     boost::mutex m_event_mutex;                           // never held together with the other two
     std::map<unsigned int, unsigned int> m_mapping_error; // board status word to status code
     bool m_mapping_error_done = false;
+    std::unique_ptr<jorvet::core::session> m_session; // what has come since; grows behind this pointer
 };

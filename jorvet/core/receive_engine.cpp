@@ -78,6 +78,7 @@ std::size_t receive_engine::take_frames(std::size_t i) {
     std::size_t start = first;       // of the frame begun last
     std::size_t handed_over = first; // all that stands before it has been
     spanning_ = false;
+    partial_.clear();
     do {
         start = i;
         const std::size_t size = size_if_whole(bytes + start, end - start);
@@ -87,8 +88,10 @@ std::size_t receive_engine::take_frames(std::size_t i) {
             break;
         }
         i = start + size;
-        if (i < end && !may_follow(bytes[i]))
-            break; // the frame is discarded; the byte there is a context loss
+        if (i < end && !may_follow(bytes[i])) {
+            sink_.frame_discarded(); // the byte there is a context loss
+            break;
+        }
         hand_over(bytes + start);
         if (i < end && bytes[i] == separator)
             ++i;
@@ -128,8 +131,9 @@ void receive_engine::extend_frame(std::size_t& i) {
         return;
     in_frame_ = false;
     if (i < packet_.size() && !may_follow(packet_[i]))
-        return; // discarded, as above
+        return sink_.frame_discarded();
     hand_over(partial_.data());
+    partial_.clear();
     if (i < packet_.size() && packet_[i] == separator)
         ++i;
     forget_examined(i);
@@ -156,16 +160,36 @@ void receive_engine::forget_examined(std::size_t i) {
 
 bool receive_engine::lose_context(std::size_t& i) {
     const std::size_t packet_size = dropped_ + packet_.size();
+    const std::size_t behind_rest = packet_.size() - discarded_start(i);
     if (spanning_)
         put_previous_in_front(i);
     examined_.push_back({run_start_, static_cast<std::ptrdiff_t>(i) + 1});
     if (sink_.wants_reports())
         report_loss(i, packet_size);
-    if (!find_fresh_start(i))
+    const bool goes_on = find_fresh_start(i);
+    sink_.stream_broken(goes_on);
+    rest_ = packet_.size() - behind_rest;
+    if (!goes_on)
         return false;
     run_start_ = static_cast<std::ptrdiff_t>(i) + 1; // the start byte itself is not examined a second time
     i = take_frames(i);
     return true;
+}
+
+// Where to look for frames after a byte at `i` that belongs to none, before the packet before is put in front.
+std::size_t receive_engine::discarded_start(std::size_t i) const {
+    const auto last_start = static_cast<std::ptrdiff_t>(last_frame_start_) - static_cast<std::ptrdiff_t>(dropped_);
+    const bool discarded = !spanning_ && last_start >= std::max<std::ptrdiff_t>(run_start_, 0) &&
+                           last_start < static_cast<std::ptrdiff_t>(i);
+    return discarded ? static_cast<std::size_t>(last_start) + 1 : i;
+}
+
+std::vector<unsigned char> receive_engine::rest() const {
+    std::vector<unsigned char> bytes;
+    if (!partial_.empty())
+        bytes.assign(partial_.begin() + 1, partial_.end());
+    bytes.insert(bytes.end(), packet_.begin() + static_cast<std::ptrdiff_t>(rest_), packet_.end());
+    return bytes;
 }
 
 void receive_engine::put_previous_in_front(std::size_t& i) {

@@ -76,6 +76,10 @@ class receive_sink {
     virtual void context_lost(const context_loss& loss) = 0;
     // Whether anybody reads reports. Asked at each context loss; without a reader the loss is not described.
     virtual bool wants_reports() const = 0;
+    // A whole frame was discarded, because a byte follows it that cannot follow a frame.
+    virtual void frame_discarded() {}
+    // A byte came that belongs to no frame; the engine goes on with a likely event, or it has stopped.
+    virtual void stream_broken(bool /*goes_on*/) {}
 
   protected:
     ~receive_sink() = default;
@@ -85,11 +89,17 @@ class receive_sink {
 // a frame that spans packets.
 class receive_engine {
   public:
-    explicit receive_engine(receive_sink& sink) : sink_(sink) {}
+    // `last_seq`: the sequence byte of the event before the first one.
+    explicit receive_engine(receive_sink& sink, unsigned char last_seq = 0) : sink_(sink), last_seq_(last_seq) {}
 
     // Examines one packet and keeps it; an empty one counts as a packet. False: the stream is lost and the engine has
     // stopped; it ignores further packets.
     bool take(std::vector<unsigned char> packet);
+
+    unsigned char last_seq() const { return last_seq_; } // of the last event handed over
+    // After it has stopped: the bytes in which frames may stand yet. They begin behind the start byte of the last frame
+    // if that was discarded, and otherwise with the byte that belonged to no frame.
+    std::vector<unsigned char> rest() const;
 
   private:
     // Each continues at index `i` and sets it to where the next one continues; false: the stream is lost.
@@ -102,6 +112,7 @@ class receive_engine {
     void report_loss(std::size_t i, std::size_t packet_size);
     bool find_fresh_start(std::size_t& u) const;
     void hand_over(const unsigned char* frame);
+    std::size_t discarded_start(std::size_t i) const;
     void forget_examined(std::size_t i);
     void keep_packet();
     void forget_up_to(std::ptrdiff_t first_kept);
@@ -114,7 +125,8 @@ class receive_engine {
     bool spanning_ = false; // the frame begun last did not end in the packet that it began in
     bool joined_ = false;   // before_ has been put in front of packet_
     bool stopped_ = false;
-    unsigned char last_seq_ = 0;
+    std::size_t rest_ = 0; // in packet_, once stopped
+    unsigned char last_seq_;
 
     // Indices as reported count from where the joined packets began; the first `dropped_` bytes are no longer kept.
     std::size_t last_frame_start_ = 0;

@@ -4,6 +4,7 @@
 
 #include "jorvet/base/status.h"
 #include "jorvet/core/jorvet.h"
+#include "jorvet/core/session.h"
 #include "jorvet/protocol/request_frame.h"
 
 namespace requests = jorvet::protocol::requests;
@@ -12,25 +13,35 @@ unsigned int CJorvet::run_request(const jorvet::protocol::request& rq, bool with
                                   unsigned char* out_data) {
     if (!m_com)
         return JV_ERR_NO_COM;
-    const boost::unique_lock<boost::mutex> running(m_rq_mutex);
-    {
-        const boost::unique_lock<boost::mutex> lock(m_reply_mutex);
-        m_rq_cmd = rq.kind.command;
-        m_reply_ready = false;
-        m_last_status = JV_OK;
-    }
+    boost::unique_lock<boost::mutex> running(m_rq_mutex);
+    const jorvet::core::session::turn_end ending{*m_session, running};
+    arm_reply(rq.kind.command);
     std::vector<unsigned char> frame = jorvet::protocol::build_frame(rq, with_crc);
-    if (const unsigned int status = m_com->write(frame.data(), static_cast<unsigned int>(frame.size())))
+    if (const unsigned int status = m_session->send(frame))
         return status;
-    if (wait_for_reply() == JV_ERR_REPLY_TIMEOUT)
+    if (wait_for_reply() == JV_ERR_REPLY_TIMEOUT) {
+        ++m_session->counters.request_timeouts;
         return rq.kind.timeout_status;
+    }
 
     const boost::shared_ptr<IProtocol::REPLY_FRAME> reply = get_last_reply_frame();
     if (out_length != nullptr) {
         *out_length = reply->length;
         std::copy(reply->data.begin(), reply->data.end(), out_data);
     }
-    const auto found = m_mapping_error.find(m_reply_status);
+    return code_of(m_reply_status);
+}
+
+// From here on a reply is the one to this command.
+void CJorvet::arm_reply(unsigned char command) {
+    const boost::unique_lock<boost::mutex> lock(m_reply_mutex);
+    m_rq_cmd = command;
+    m_reply_ready = false;
+    m_last_status = JV_OK;
+}
+
+unsigned int CJorvet::code_of(unsigned short board_status) const {
+    const auto found = m_mapping_error.find(board_status);
     return found != m_mapping_error.end() ? found->second : static_cast<unsigned int>(JV_OK);
 }
 

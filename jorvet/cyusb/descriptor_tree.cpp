@@ -217,16 +217,15 @@ CCyUSBConfig::CCyUSBConfig(const CCyUSBConfig& other) : CCyUSBConfig() {
 }
 
 CCyUSBConfig::~CCyUSBConfig() {
-    for (CCyUSBInterface*& entry : Interfaces) {
-        if (entry == nullptr)
-            continue;
-        if (CCyUSBEndPoint* const shared = entry->EndPoints[0]; shared != nullptr) {
+    for (const CCyUSBInterface* entry : Interfaces) {
+        CCyUSBEndPoint* const shared = entry != nullptr ? entry->EndPoints[0] : nullptr;
+        if (shared != nullptr) {
             forget_endpoint0(*this, shared);
             destroy_endpoint(shared);
         }
-        delete entry;
-        entry = nullptr;
     }
+    for (const CCyUSBInterface* entry : Interfaces)
+        delete entry;
 }
 
 // ---- BOS -----------------------------------------------------------------------------------------------------------

@@ -33,6 +33,10 @@ inline constexpr request_kind exec_by_id{0x40, JV_ERR_TIMEOUT_EXEC_BY_ID};
 inline constexpr request_kind reset{0x30, JV_ERR_TIMEOUT_RESET};
 inline constexpr request_kind set_mode{0x31, JV_ERR_TIMEOUT_SET_MODE};
 inline constexpr request_kind get_mode{0x32, JV_ERR_TIMEOUT_GET_MODE};
+
+inline constexpr const request_kind* all[] = {&read_memory, &read_by_id,   &read_sn,     &read_last_sw,
+                                              &read_error,  &write_memory, &write_by_id, &exec_by_id,
+                                              &reset,       &set_mode,     &get_mode};
 } // namespace requests
 
 // One request to be sent. `data` has `length` bytes, and is not read when `length` is 0.

@@ -11,7 +11,7 @@ TEST(StatusList, GivesEachCodeOnceWithANameAndALineOfText) {
     std::set<unsigned int> expected{0, 0x30101000, 0x30102002};
     for (const auto& [first, last] : std::map<unsigned int, unsigned int>{{0x30100001, 0x3010000C},
                                                                           {0x3010000E, 0x3010000F},
-                                                                          {0x30100011, 0x30100013},
+                                                                          {0x30100011, 0x3010001C},
                                                                           {0x3010203D, 0x3010204F},
                                                                           {0x30103000, 0x30103003},
                                                                           {0x70000001, 0x70000012}})

@@ -138,11 +138,12 @@ TEST_P(CypressCom, ReceivesEveryByteHoweverItIsCutAndAfterAnySilence) {
 }
 
 TEST_P(CypressCom, GoesRoundEvery5MsOnAnIdleSuperSpeedLinkAlone) {
-    const unsigned passes = com.get_cp_listening_loop();
-    const steady::time_point start = steady::now();
-    const auto ten_more = [&] { return com.get_cp_listening_loop() >= passes + 10; };
-    EXPECT_EQ(eventually(ten_more, 150), GetParam() == Behind::super_speed_controller);
-    EXPECT_GE(milliseconds_since(start), 45);
+    const long long time = fastest_of(3, [&] {
+        const unsigned passes = com.get_cp_listening_loop();
+        eventually([&] { return com.get_cp_listening_loop() >= passes + 10; }, 150);
+    });
+    EXPECT_GE(time, 45);
+    EXPECT_EQ(time < 150, GetParam() == Behind::super_speed_controller);
 }
 
 TEST_P(CypressCom, ReceivesFirstWhatTheControllerHadQueuedBeforeTheOpening) {

@@ -45,25 +45,23 @@ TEST_F(Lifecycle, KeepsModeAndTimeoutsButNoCountsAndFramesOverAReconnect) {
 }
 
 TEST_P(EachInstance, ConnectsAndDisconnectsWithoutWaitingOutItsTimeouts) {
-    long long fastest = 1000;
-    for (int round = 0; round < 10; ++round) {
-        jorvet.disconnect();
-        const steady::time_point start = steady::now();
-        ASSERT_TRUE(jorvet.connect(0) == JV_OK && jorvet.disconnect() == JV_OK);
-        fastest = std::min(fastest, milliseconds_since(start));
-    }
-    EXPECT_LT(fastest, 25);
+    const auto connect_and_disconnect = [&] {
+        EXPECT_EQ(jorvet.connect(0), JV_OK);
+        EXPECT_EQ(jorvet.disconnect(), JV_OK);
+    };
+    jorvet.disconnect();
+    EXPECT_LT(fastest_of(10, connect_and_disconnect), 25);
 }
 
 // A frame that nobody was told of would wait for the end of a receive wait, 30 ms after the frame before.
 TEST_P(EachInstance, SeesFramesAsTheyCome) {
-    const steady::time_point start = steady::now();
-    for (int round = 0; round < 20; ++round) {
+    const auto see_one = [&] {
         board->send_event({});
-        ASSERT_EQ(jorvet.wait_for_event(), JV_OK);
+        EXPECT_EQ(jorvet.wait_for_event(), JV_OK);
         jorvet.read_event_frames();
-    }
-    EXPECT_LT(milliseconds_since(start), 20 * 15);
+    };
+    see_one();
+    EXPECT_LT(fastest_of(10, see_one), 15);
 }
 
 TEST_P(EachInstance, ConnectsAndEndsOnAThreadThatHasBeenInterrupted) {

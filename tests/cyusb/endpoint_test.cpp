@@ -213,6 +213,7 @@ TEST_F(EndpointTest, a_finish_returns_once_the_driver_has_ended_the_transfer_wha
         os.script = {pending, {}, {{}, ERROR_GEN_FAILURE}, {}};
         os.script.resize(waits ? 4 : 3);
         BYTE* const request = endpoint.BeginDataXfer(data.data(), 8, &record);
+        EXPECT_TRUE(endpoint.NtStatus == 0 && endpoint.UsbdStatus == 0);
         EXPECT_FALSE(endpoint.WaitForXfer(&record, 5)) << "leaves it pending";
         EXPECT_NE(std::string::npos, os.take_log().find("; wait 5"));
         os.waits = actions;
@@ -221,6 +222,7 @@ TEST_F(EndpointTest, a_finish_returns_once_the_driver_has_ended_the_transfer_wha
         LONG len = 8;
         EXPECT_FALSE(endpoint.FinishDataXfer(data.data(), len, &record, request, nullptr));
         EXPECT_TRUE(len == 3 && os.take_log() == log);
+        EXPECT_TRUE(!endpoint.FinishDataXfer(data.data(), len, &record, nullptr, nullptr) && len == 0);
     }
     for (const DWORD error : {ERROR_SUCCESS, ERROR_DEVICE_NOT_CONNECTED}) {
         endpoint.LastError = error;

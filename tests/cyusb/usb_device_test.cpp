@@ -82,6 +82,7 @@ TEST_F(UsbDeviceTest, open_reads_everything_in_order_and_selects_the_endpoints) 
     EXPECT_EQ(nullptr, device.EndPointOf(0x55));
     EXPECT_EQ(device.ControlEndPt, device.CurrentInterface->EndPoints[0]);
     EXPECT_TRUE(device.ControlEndPt->MaxPktSize == 64 && device.ControlEndPt->XferMode == XferBuffered);
+    EXPECT_TRUE(device.ControlEndPt->DescLength == 7 && device.ControlEndPt->Attributes == 0);
     speed = 4;
     EXPECT_TRUE(device.Open(0) && device.IsSuperSpeed && !device.IsHighSpeed);
 }
