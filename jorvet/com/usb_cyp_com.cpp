@@ -2,6 +2,7 @@
 #include "jorvet/com/usb_cyp_com.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <iostream>
 #include <new>
 #include <string>
@@ -38,9 +39,12 @@ std::string system_error(DWORD error) {
 
 // What the last transfer of an endpoint ended with.
 std::string transfer_error(const CCyUSBEndPoint& endpoint) {
-    char status[60];
-    CCyUSBDevice::UsbdStatusString(endpoint.UsbdStatus, status);
-    return system_error(endpoint.LastError) + ", " + status;
+    if (endpoint.LastError != ERROR_SUCCESS && endpoint.LastError != ERROR_IO_PENDING) // it did not start
+        return system_error(endpoint.LastError);
+    char text[60];
+    std::snprintf(text, sizeof(text), "USB status 0x%08x, system status 0x%08x", static_cast<unsigned>(endpoint.UsbdStatus),
+                  static_cast<unsigned>(endpoint.NtStatus));
+    return text;
 }
 
 // The IN transfer of a listening thread. Its destructor ends the transfer, so that the buffer outlives it.

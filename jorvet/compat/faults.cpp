@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <utility>
 
 #include "jorvet/base/never_destroyed.h"
 
@@ -11,6 +12,7 @@ namespace jorvet::compat::faults {
 namespace {
 
 std::atomic<bool> armed{false};
+std::atomic<bool> hook_set{false};
 std::atomic<unsigned> delay_of_answers{0};
 
 struct plan {
@@ -21,6 +23,8 @@ struct plan {
     std::uint32_t error = 0;
     bool from_then_on = false;
     unsigned seen = 0;
+    std::string hooked; // the function whose next call runs `action` first
+    std::function<void()> action;
 
     bool matches(const std::string& function) const {
         return whole_name ? function == beginning : function.compare(0, beginning.size(), beginning) == 0;
@@ -45,6 +49,14 @@ void fail(const std::string& function, unsigned nth, std::uint32_t error, bool f
     armed = true;
 }
 
+void run_before(const std::string& function, std::function<void()> action) {
+    plan& p = current();
+    const std::lock_guard<std::mutex> lock(p.mutex);
+    p.hooked = function;
+    p.action = std::move(action);
+    hook_set = true;
+}
+
 void clear() {
     const std::lock_guard<std::mutex> lock(current().mutex);
     armed = false;
@@ -55,7 +67,27 @@ unsigned calls_seen() {
     return current().seen;
 }
 
+namespace {
+
+void run_hook(const char* function) {
+    plan& p = current();
+    std::function<void()> action;
+    {
+        const std::lock_guard<std::mutex> lock(p.mutex);
+        if (p.hooked != function)
+            return;
+        p.hooked.clear();
+        action = std::exchange(p.action, {});
+        hook_set = false;
+    }
+    action();
+}
+
+} // namespace
+
 std::optional<std::uint32_t> due(const char* function) {
+    if (hook_set.load(std::memory_order_relaxed))
+        run_hook(function);
     if (!armed.load(std::memory_order_relaxed))
         return std::nullopt;
     plan& p = current();

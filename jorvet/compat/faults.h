@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,6 +16,10 @@ namespace jorvet::compat::faults {
 // `from_then_on` all later ones too. One fault is armed at a time: arming replaces the previous one and restarts the
 // count.
 JV_PLATFORM_API void fail(const std::string& function, unsigned nth, std::uint32_t error, bool from_then_on = false);
+
+// The next call of `function`, by its whole name, first runs `action` on its thread, as if something happened just
+// then. Once.
+JV_PLATFORM_API void run_before(const std::string& function, std::function<void()> action);
 
 // Disarms the fault. `calls_seen` keeps its value.
 JV_PLATFORM_API void clear();

@@ -32,6 +32,7 @@ constexpr script_change<reply_plan> reply_changes[] = {
     {"crc", [](script_words&, reply_plan& plan) { plan.with_crc = true; }},
     {"no-crc", [](script_words&, reply_plan& plan) { plan.with_crc = false; }},
     {"wrong-crc", [](script_words&, reply_plan& plan) { plan.wrong_crc = true; }},
+    {"shifted-crc", [](script_words&, reply_plan& plan) { plan.shifted_crc = true; }},
     {"delay T", [](script_words& words, reply_plan& plan) { plan.pacing.delay = words.time("delay"); }},
     {"fragment N", [](script_words& words, reply_plan& plan) { plan.pacing.fragment = words.count("fragment size"); }},
     {"gap T", [](script_words& words, reply_plan& plan) { plan.pacing.gap = words.time("gap"); }},

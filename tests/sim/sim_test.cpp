@@ -41,6 +41,8 @@ TEST_F(SimTest, ScriptLinesDoWhatTheySay) {
         {"reply status 0x2001 data 0A 0x0b delay 1", get_mode, {asked, "<80200100020A0B"}},
         {"reply crc\nreply crc wrong-crc\r\n", get_mode, {asked, "<81A000000102A687"}},
         {"", get_mode, {asked, "<81A000000102A686"}},
+        {"reply crc shifted-crc", get_mode, {asked, "<81A0000001029EA5"}},
+        {"", get_mode, {asked, "<81A000000102A686"}},
         {"replies silent", get_mode, {asked}},
         {"replies no-crc before 11 after 22", "913200000000001EE1", {">913200000000001EE1", "<1180A00000010222"}},
         {" replies ;; reply fragment 4 gap 1", get_mode, {asked, "<80A00000", "<0102"}},

@@ -36,6 +36,8 @@ struct board_output {
 crc_trailer trailer_of(const board_request& request, const reply_plan& plan) {
     if (!plan.with_crc.value_or(request.with_crc))
         return crc_trailer::none;
+    if (plan.shifted_crc)
+        return crc_trailer::shifted_crc;
     return plan.wrong_crc ? crc_trailer::wrong_crc : crc_trailer::crc;
 }
 

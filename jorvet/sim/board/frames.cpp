@@ -14,6 +14,15 @@ void append_word(byte_vector& out, std::size_t word) {
     out.push_back(static_cast<std::uint8_t>(word));
 }
 
+std::uint16_t crc_of(const std::uint8_t* frame, std::size_t size, crc_trailer trailer) {
+    if (trailer != crc_trailer::shifted_crc)
+        return crc16(frame, size) ^ (trailer == crc_trailer::wrong_crc ? 1u : 0u);
+    byte_vector shifted(frame, frame + size);
+    for (const std::size_t high : {1u, 3u})
+        shifted[high] = static_cast<std::uint8_t>(frame[high] << 4 | frame[high + 1] >> 4);
+    return crc16(shifted.data(), size);
+}
+
 // Appends the fields that replies and events have in common; the frame begins at `begin`.
 void append_rest(byte_vector& out, std::size_t begin, std::uint16_t status, const byte_vector& data,
                  crc_trailer trailer) {
@@ -22,7 +31,7 @@ void append_rest(byte_vector& out, std::size_t begin, std::uint16_t status, cons
     append_word(out, length);
     out.insert(out.end(), data.data(), data.data() + length);
     if (trailer != crc_trailer::none)
-        append_word(out, crc16(&out[begin], out.size() - begin) ^ (trailer == crc_trailer::wrong_crc ? 1u : 0u));
+        append_word(out, crc_of(&out[begin], out.size() - begin, trailer));
 }
 
 } // namespace

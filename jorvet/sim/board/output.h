@@ -29,6 +29,7 @@ struct JV_SIM_API reply_plan {
     // The link is unplugged after so many bytes of the reply have been sent, stray bytes not counted; nothing is sent
     // afterwards. Never, if the reply has fewer.
     std::optional<std::size_t> unplug_after;
+    bool shifted_crc = false; // the CRC takes bits 4 to 11 of the status and of the length for their high bytes
 
     ~reply_plan(); // not inline: gcc would warn in callers that `data` may be used uninitialised
 };
