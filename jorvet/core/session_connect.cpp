@@ -18,6 +18,14 @@ bool same_device(const com::attached_device& left, const com::attached_device& r
     return com::same_place(left.place, right.place);
 }
 
+// One that was replugged while the list was made may be in it twice.
+std::vector<com::attached_device> devices_where(unsigned kind, const com::device_check& fits) {
+    std::vector<com::attached_device> devices = com::attached_devices(kind);
+    const auto differs = [&](const com::attached_device& device) { return !fits(device); };
+    devices.erase(std::remove_if(devices.begin(), devices.end(), differs), devices.end());
+    return devices;
+}
+
 // What may be otherwise a moment later: the device is on its way, or the system has not made it accessible yet.
 bool may_pass(unsigned status) {
     return status == JV_ERR_NO_DEVICE || status == JV_ERR_CYP_OPEN || status == JV_ERR_FTDI_DEVICE_NOT_FOUND ||
@@ -29,29 +37,33 @@ bool may_pass(unsigned status) {
 unsigned session::connect_to(const com::device_check& fits, deadline until) {
     owner_.disconnect();
     for (;;) {
-        const unsigned status = try_connect(fits);
+        bool mistaken = false;
+        const unsigned status = try_connect(fits, mistaken);
         if (!may_pass(status))
             return status;
         if (cancelled_)
             return JV_ERR_CANCELLED;
         if (until.passed())
             return status;
-        if (!pause(until, list_poll_ms))
+        if (!mistaken && !pause(until, list_poll_ms))
             return JV_ERR_CANCELLED;
     }
 }
 
-unsigned session::try_connect(const com::device_check& fits) {
-    std::vector<com::attached_device> fitting = com::attached_devices(owner_.m_com_type);
-    const auto differs = [&](const com::attached_device& device) { return !fits(device); };
-    fitting.erase(std::remove_if(fitting.begin(), fitting.end(), differs), fitting.end());
-    if (fitting.size() != 1)
-        return fitting.empty() ? JV_ERR_NO_DEVICE : JV_ERR_SEVERAL_DEVICES;
-    const com::attached_device& chosen = fitting.front();
-    if (chosen.index > JV_MAX_INDEX)
+// `mistaken`: another device was opened, because the list was no longer true; a new one helps.
+unsigned session::try_connect(const com::device_check& fits, bool& mistaken) {
+    const std::vector<com::attached_device> fitting = devices_where(owner_.m_com_type, fits);
+    if (fitting.empty() || fitting.front().index > JV_MAX_INDEX)
         return JV_ERR_NO_DEVICE;
+    const com::attached_device& chosen = fitting.front();
+    const auto is_chosen = [&](const com::attached_device& device) {
+        return device.serial_number == chosen.serial_number && com::same_place(device.place, chosen.place);
+    };
+    if (!std::all_of(fitting.begin(), fitting.end(), is_chosen))
+        return JV_ERR_SEVERAL_DEVICES;
     return owner_.connect_checked(static_cast<unsigned char>(chosen.index), [&](const com::attached_device& opened) {
-        return fits(opened) && same_device(opened, chosen);
+        mistaken = !fits(opened) || !is_chosen(opened);
+        return !mistaken;
     });
 }
 

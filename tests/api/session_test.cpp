@@ -355,10 +355,14 @@ struct told {
 void JV_CALL log_it(void* context, unsigned int level, const char* text) {
     auto& heard = *static_cast<told*>(context);
     heard.text += std::to_string(level) + std::string(text, std::strcspn(text, "\n")) + "; ";
-    const unsigned int codes[] = {jv_set_log(heard.jorvet, 0, nullptr, nullptr), jv_set_tap(heard.jorvet, nullptr, nullptr),
-                                  jv_cancel(heard.jorvet), taken().from(*heard.jorvet, 0),
-                                  asked(JV_READ_SN, 0).of(*heard.jorvet), JVDisconnect(heard.jorvet),
-                                  JVConnect(heard.jorvet, 0), jv_reconnect(heard.jorvet, 0)};
+    const unsigned int codes[] = {jv_set_log(heard.jorvet, 0, nullptr, nullptr),
+                                  jv_set_tap(heard.jorvet, nullptr, nullptr),
+                                  jv_cancel(heard.jorvet),
+                                  taken().from(*heard.jorvet, 0),
+                                  asked(JV_READ_SN, 0).of(*heard.jorvet),
+                                  JVDisconnect(heard.jorvet),
+                                  JVConnect(heard.jorvet, 0),
+                                  jv_reconnect(heard.jorvet, 0)};
     JVCloseInstance(heard.jorvet); // does nothing
     for (const unsigned int code : codes)
         heard.refusals += code == JV_ERR_IN_CALLBACK ? 'x' : '.';
@@ -412,14 +416,27 @@ TEST_P(Session, RefusesArgumentsThatCannotBe) {
     state.size = 4;
     alignas(8) char room[16];
     std::size_t count = 0;
-    for (const unsigned int status :
-         {no_kind.of(jorvet), no_data.of(jorvet), too_long.of(jorvet), no_room.of(jorvet), old.of(jorvet),
-          jv_state(&jorvet, &state), jv_state(&jorvet, nullptr), jv_next_event(&jorvet, nullptr, 0),
-          jv_next_events(&jorvet, room + 1, 8, &count, 0), jv_next_events(&jorvet, nullptr, 8, &count, 0),
-          jv_set_event_limit(&jorvet, 0), jv_set_log(&jorvet, 4, log_it, nullptr), jv_set_recovery(&jorvet, 65536),
-          jv_last_detail(&jorvet, room, 0), jv_connect_to(&jorvet, nullptr, 0), jv_device_of(&jorvet, nullptr),
-          jv_event_fd(&jorvet, nullptr), jv_count(&jorvet, nullptr), jv_list(7, nullptr, 0, &count),
-          jv_list(JV_KIND_NONE, nullptr, 1, &count), jv_list(JV_KIND_NONE, nullptr, 0, nullptr)})
+    for (const unsigned int status : {no_kind.of(jorvet),
+                                      no_data.of(jorvet),
+                                      too_long.of(jorvet),
+                                      no_room.of(jorvet),
+                                      old.of(jorvet),
+                                      jv_state(&jorvet, &state),
+                                      jv_state(&jorvet, nullptr),
+                                      jv_next_event(&jorvet, nullptr, 0),
+                                      jv_next_events(&jorvet, room + 1, 8, &count, 0),
+                                      jv_next_events(&jorvet, nullptr, 8, &count, 0),
+                                      jv_set_event_limit(&jorvet, 0),
+                                      jv_set_log(&jorvet, 4, log_it, nullptr),
+                                      jv_set_recovery(&jorvet, 65536),
+                                      jv_last_detail(&jorvet, room, 0),
+                                      jv_connect_to(&jorvet, nullptr, 0),
+                                      jv_device_of(&jorvet, nullptr),
+                                      jv_event_fd(&jorvet, nullptr),
+                                      jv_count(&jorvet, nullptr),
+                                      jv_list(7, nullptr, 0, &count),
+                                      jv_list(JV_KIND_NONE, nullptr, 1, &count),
+                                      jv_list(JV_KIND_NONE, nullptr, 0, nullptr)})
         EXPECT_EQ(status, JV_ERR_BAD_ARGUMENT);
     CJorvet linkless(7);
     for (CJorvet* const instance : {static_cast<CJorvet*>(nullptr), &linkless})

@@ -3,7 +3,7 @@
 
 #include <unistd.h>
 
-#include "tests/support/connected_board.h"
+#include "tests/support/session_records.h"
 
 namespace jorvet::testing {
 namespace {
@@ -90,6 +90,32 @@ TEST(Stream, OfEventsArrivesWholeAndInOrderInFlatMemory) {
     EXPECT_LT((resident_pages() - pages_early) * getpagesize(), max_growth);
     gave_up = true;
     sender.join();
+}
+
+// A million events for a program that wants the newest thousand and never looks.
+TEST(Stream, OfEventsThatNobodyTakesStaysWithinItsLimit) {
+    plugged_board board;
+    CJorvet jorvet(0);
+    ASSERT_EQ(jorvet.connect(0), JV_OK);
+    EXPECT_EQ(jv_set_event_limit(&jorvet, 1000), JV_OK);
+    constexpr std::size_t per_burst = 10000, bursts = 100;
+    long pages_early = 0;
+    for (std::size_t sent = 0; sent < bursts * per_burst; sent += per_burst) {
+        byte_vector bytes;
+        for (std::size_t event = sent; event < sent + per_burst; ++event)
+            for (const std::size_t byte : {std::size_t{0x40}, std::size_t{7}, event, std::size_t{0xA0}, std::size_t{0},
+                                           std::size_t{0}, std::size_t{1}, event})
+                bytes.push_back(static_cast<unsigned char>(byte));
+        board->send_raw(bytes);
+        ASSERT_TRUE(eventually([&] { return counters_of(jorvet).events == sent + per_burst; }));
+        if (sent == 10 * per_burst)
+            pages_early = resident_pages();
+    }
+    EXPECT_LT((resident_pages() - pages_early) * getpagesize(), max_growth);
+    EXPECT_EQ(counters_of(jorvet).dropped_events, bursts * per_burst - 1000);
+    taken oldest;
+    EXPECT_TRUE(oldest.from(jorvet) == JV_OK && oldest.event.dropped == bursts * per_burst - 1000);
+    EXPECT_EQ(jorvet.read_event_frames().size(), 999u);
 }
 
 } // namespace
