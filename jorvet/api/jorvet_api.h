@@ -1,5 +1,8 @@
 /* libjorvet: talking to a board over USB. This header is the manual of the C interface; it is strict C99, and C++.
  *
+ * What an application needs beyond these functions (devices by serial number, whole answers, events, the state of the
+ * link, an end to waits) is in jorvet/api/jv_session.h, for the same instances.
+ *
  * In order: JVGetComInfoList (optional) shows what is attached; JVGetInstance makes an instance for one kind of link;
  * JVConnect opens the board at a place of that link's own list; then any number of requests; JVDisconnect; and
  * JVCloseInstance. An instance may be connected again and again.
@@ -18,12 +21,12 @@
  * everywhere.
  *
  * Events: the board's unasked frames queue up in the instance, without limit, until a program takes them
- * (CJorvet::read_event_frames, from C++), or JVConnect or JVDisconnect drops them. No C function reads events, so a
- * C program whose board sends them should connect again from time to time.
+ * (jv_next_event of jv_session.h, or CJorvet::read_event_frames from C++), or JVConnect or JVDisconnect drops them. A
+ * program that does not want them sets a limit (jv_set_event_limit).
  *
  * A lost stream: when the received bytes no longer make sense as frames, receiving stops, for good, until the next
  * JVConnect. JVIsOpen stays true meanwhile and every request ends with its JV_ERR_TIMEOUT_..., so after repeated
- * time-outs call JVDisconnect and JVConnect.
+ * time-outs call JVDisconnect and JVConnect, or ask for the state (jv_state of jv_session.h).
  *
  * A late reply: after a time-out the board may answer all the same. Frames carry no number that ties a reply to its
  * request, so a reply that arrives during the next request is taken as that one's. Wait for the board to fall silent,

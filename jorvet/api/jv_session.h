@@ -235,7 +235,7 @@ JV_API unsigned int JV_CALL jv_resume(CJorvet* instance);
 
 /* ---- Insight ---- */
 
-/* Counts since the instance was made. */
+/* Counts since the instance was made. They may be behind by the packet that is just being taken. */
 typedef struct jv_counters {
     uint32_t size;
     uint32_t reserved;

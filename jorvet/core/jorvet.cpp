@@ -216,15 +216,12 @@ class CJorvet::receiver final : public jorvet::core::receive_sink {
 
     void reply(jorvet::core::reply_view frame) override {
         auto record = jorvet::core::make_reply(frame);
-        bool awaited = false, deaf = false;
+        if (record->status == jorvet::protocol::board_success && record->length == 1)
+            learn_mode(record->data[0]);
+        bool awaited = false;
         {
             const boost::unique_lock<boost::mutex> lock(jorvet_.m_reply_mutex);
             jorvet_.m_reply_status = record->status;
-            if (jorvet_.m_rq_cmd == jorvet::protocol::requests::get_mode.command &&
-                record->status == jorvet::protocol::board_success && record->length == 1) {
-                jorvet_.m_mode = record->data[0];
-                deaf = record->data[0] == jorvet::core::deaf_mode;
-            }
             jorvet_.m_reply_frames.push_back(std::move(record));
             jorvet_.m_reply_ready = true;
             session_.reply_came();
@@ -233,8 +230,6 @@ class CJorvet::receiver final : public jorvet::core::receive_sink {
         jorvet_.m_reply_cond.notify_one();
         if (awaited)
             session_.reply_queued();
-        if (deaf)
-            session_.deaf();
     }
 
     void context_lost(const jorvet::core::context_loss& loss) override {
@@ -254,6 +249,18 @@ class CJorvet::receiver final : public jorvet::core::receive_sink {
     }
 
   private:
+    // From the data of a good reply, before whoever waits for it sees it.
+    void learn_mode(unsigned char mode) {
+        {
+            const boost::unique_lock<boost::mutex> lock(jorvet_.m_reply_mutex);
+            if (jorvet_.m_rq_cmd != jorvet::protocol::requests::get_mode.command)
+                return;
+            jorvet_.m_mode = mode;
+        }
+        if (mode == jorvet::core::deaf_mode)
+            session_.deaf();
+    }
+
     CJorvet& jorvet_;
     jorvet::core::session& session_;
 };

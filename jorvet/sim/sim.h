@@ -36,8 +36,8 @@ JV_SIM_API void jv_sim_detach(jv_sim* sim);
  * Times T are in milliseconds.
  *   reply [CHANGE ...]              how the next answer goes; several such lines queue up
  *   replies [CHANGE ...]            how every answer without such a line goes; no change: as usual again
- *       CHANGE: silent | status N | data BYTES | crc | no-crc | wrong-crc | shifted-crc | delay T | fragment N | gap T |
- *               before BYTES | after BYTES | unplug-after N
+ *       CHANGE: silent | status N | data BYTES | crc | no-crc | wrong-crc | shifted-crc | delay T | fragment N |
+ *               gap T | before BYTES | after BYTES | unplug-after N
  *   event ID [BYTES]                sends an event with status 0xA000
  *   events T ID [BYTES]             sends one every T; 'events 0' ends that
  *   lose N                          skips N sequence numbers of events, as if they had been lost

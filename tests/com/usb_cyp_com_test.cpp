@@ -95,7 +95,10 @@ TEST(CypressOpening, TellsWhyThereIsNoLink) {
     ASSERT_EQ(com.open_by_index(0), JV_OK);
     EXPECT_TRUE(com.is_open() && com.get_com_info()->in_use == 1 && com.get_com_info()->com_type == 0xFF);
     ASSERT_EQ(com.open_by_index(0), JV_OK) << "an open link is closed first";
+    const unsigned resets = board.controller->state().endpoint_resets;
+    EXPECT_EQ(resets, 3u + 2 + 3) << "of both endpoints at the start and the end, and when listening begins";
     EXPECT_EQ(com.close(), JV_OK);
+    EXPECT_EQ(board.controller->state().endpoint_resets, resets + 2);
     EXPECT_EQ(board.controller->state().handles, 1u) << "held until the next opening";
     board.controller->refuse_open(true);
     EXPECT_EQ(com.open_by_index(0), 0x30103003u);
@@ -278,8 +281,8 @@ TEST_P(CypressCom, LosesNothingAndEndsWhateverBecomesOfItsNthAbort) {
 // Wherever a call behind the listening thread fails, opening and closing end, and the next opening works.
 TEST_P(CypressCom, SurvivesTheFailureOfAnyCallOfThePlatform) {
     const std::pair<const char*, unsigned> calls[] = {
-        {"DeviceIoControl", 40}, {"CreateEventA", 4}, {"CreateFileA", 1},        {"WaitForSingleObject", 4},
-        {"CloseHandle", 4},      {"SetupDi*", 8},     {"GetOverlappedResult", 4}};
+        {"DeviceIoControl", 40}, {"CreateEventA", 28}, {"CreateFileA", 1},        {"WaitForSingleObject", 4},
+        {"CloseHandle", 4},      {"SetupDi*", 8},      {"GetOverlappedResult", 4}};
     for (const auto& [function, count] : calls) {
         for (unsigned nth = 1; nth <= count; ++nth) {
             SCOPED_TRACE(function + std::to_string(nth));

@@ -105,9 +105,10 @@ TEST_P(Recovering, GoesOnAfterALossThatItTellsOf) {
     EXPECT_TRUE(one.from(jorvet) == JV_OK && one.event.id == 8);
     EXPECT_EQ(asked(JV_READ_SN).of(jorvet), JV_OK);
     EXPECT_EQ(state_of(jorvet).changes, 3u);
-    const jv_counters counted = counters_of(jorvet);
-    EXPECT_TRUE(counted.stream_losses == 1 && counted.resynchronisations == 1 && counted.unread_bytes == 4);
-    EXPECT_TRUE(counted.lost_events == 2 && counted.events == 3);
+    EXPECT_TRUE(counts(jorvet, [](const jv_counters& c) {
+        return c.stream_losses == 1 && c.resynchronisations == 1 && c.unread_bytes == 4 && c.events == 3 &&
+               c.lost_events == 2;
+    }));
 }
 
 TEST_P(Recovering, CountsWhatNobodyReadsAfterALoss) {

@@ -25,6 +25,12 @@ inline jv_counters counters_of(CJorvet& instance) {
     return record;
 }
 
+// Counts may be behind by the packet that is being taken.
+template <class Condition>
+bool counts(CJorvet& instance, Condition holds) {
+    return eventually([&] { return holds(counters_of(instance)); });
+}
+
 // A request, and room for its answer.
 struct asked {
     explicit asked(std::uint32_t kind, std::uint32_t timeout_ms = 10000, std::size_t room = 64) : bytes(room) {
