@@ -55,8 +55,12 @@ unsigned session::request(const protocol::request& rq, bool with_crc, std::uint3
         const raised writing(writing_);
         status = send(frame);
     }
+    if (status != JV_OK && cancelled_)
+        return JV_ERR_CANCELLED;
+    if (status == JV_ERR_FTDI_INVALID_HANDLE || status == JV_ERR_COM_NOT_OPEN) // the link has just closed itself
+        return JV_ERR_DEVICE_LOST;
     if (status != JV_OK)
-        return cancelled_ ? static_cast<unsigned>(JV_ERR_CANCELLED) : status;
+        return status;
     return await_reply(deadline(timeout_ms), rq.kind.timeout_status, result);
 }
 
