@@ -15,20 +15,20 @@
 #define JV_API __declspec(dllimport)
 #endif
 /* The simulation's DLL holds the part of the platform that Windows does not have. The D2XX functions leave it by
- * ordinal, as they leave the driver's DLL. */
+ * ordinal, as they leave the driver's DLL. JV_FACE_API marks what libjorvet has within itself on Windows. */
 #if defined(JORVET_SIM_BUILDING)
 #define JV_SIM_API __declspec(dllexport)
 #else
 #define JV_SIM_API __declspec(dllimport)
 #endif
 #define JV_PLATFORM_API JV_SIM_API
-#define JV_D2XX_API
+#define JV_FACE_API
 #define JV_STAND_IN(name)
 #else
 #define JV_CALL
 #define JV_API __attribute__((visibility("default")))
 #define JV_PLATFORM_API JV_API
-#define JV_D2XX_API JV_API
+#define JV_FACE_API JV_API
 #define JV_SIM_API JV_API
 /* The name under which the linker knows a function that stands in for one of the system or of a driver: the process may
  * hold another library that has the plain name. */

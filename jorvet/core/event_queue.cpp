@@ -12,16 +12,18 @@ constexpr std::size_t min_compaction = 1024; // taken records that are worth mov
 
 void event_queue::packet_arrived(const stamp& arrival) {
     arrival_ = arrival;
-    stamped_ = true;
+    if (!std::exchange(stamped_, true))
+        ++demands_;
 }
 
-void event_queue::note(unsigned lost) {
-    while (size() > 0 && size() >= limit_)
-        drop_oldest();
+void event_queue::noted(unsigned lost) {
+    const std::uint64_t place = end() - 1;
     if (lost != 0)
-        gaps_.push_back({end(), lost});
+        gaps_.push_back({place, lost});
     if (stamped_ && (packets_.empty() || packets_.back().arrival.monotonic_ns != arrival_.monotonic_ns))
-        packets_.push_back({end(), arrival_});
+        packets_.push_back({place, arrival_});
+    while (size() > limit_)
+        drop_oldest();
 }
 
 void event_queue::drop_oldest() {
@@ -79,6 +81,7 @@ std::vector<event_record> event_queue::take_all() {
 }
 
 void event_queue::set_limit(std::size_t events) {
+    demands_ += (events != SIZE_MAX ? 1u : 0u) - (limit_ != SIZE_MAX ? 1u : 0u);
     limit_ = events;
     while (size() > limit_)
         drop_oldest();

@@ -33,12 +33,13 @@ class event_queue {
 
     // The stamp of the events that are pushed next; from the first call on, events have stamps.
     void packet_arrived(const stamp& arrival);
-    // Most events have no facts, and cost no more than the test for that.
-    void push(event_record record, unsigned lost) {
-        if (lost != 0 || stamped_ || size() >= limit_)
-            note(lost);
-        records_.push_back(std::move(record));
-    }
+    // Has a record been appended, then `noted` takes down what is known of it, and keeps the limit. It need not be
+    // called when no event is missing before that one and the queue is plain.
+    void noted(unsigned lost);
+    bool plain() const { return demands_ == 0; }
+    // One more, or one less, who is to be told of each event.
+    void watched() { ++demands_; }
+    void unwatched() { --demands_; }
 
     const IProtocol::EVENT_FRAME& oldest() const { return *records_[head_]; }
     // Each takes from a queue that is not empty.
@@ -61,7 +62,6 @@ class event_queue {
     };
 
     std::uint64_t end() const { return base_ + records_.size(); }
-    void note(unsigned lost);
     void drop_oldest();
     void forget_taken();
 
@@ -73,6 +73,7 @@ class event_queue {
     stamp arrival_;        // of the packet that is being taken
     bool stamped_ = false; // the events to come have a stamp
     std::size_t limit_ = SIZE_MAX;
+    unsigned demands_ = 0; // stamps, a limit, and those who watch
     std::uint64_t dropped_ = 0;
     event_facts carried_; // of events that were dropped: what is told with the next one
 };

@@ -193,25 +193,19 @@ bool CJorvet::crc_calc(IProtocol::REPLY_FRAME* frame) {
 // Runs on the background thread: makes the record of each frame and queues it. Notifies after unlocking.
 class CJorvet::receiver final : public jorvet::core::receive_sink {
   public:
-    explicit receiver(CJorvet& instance) : jorvet_(instance), session_(*instance.m_session) {}
+    explicit receiver(CJorvet& instance) : jorvet_(instance), session_(*instance.m_session), events_(session_.events) {}
 
     void event(jorvet::core::event_view frame, unsigned lost) override {
         auto record = jorvet::core::make_event(frame);
-        if (lost != 0)
-            jorvet_.m_lost_events += lost;
         ++jorvet_.m_event_count;
-        bool awaited = false;
         {
             const boost::unique_lock<boost::mutex> lock(jorvet_.m_event_mutex);
-            session_.events.push(std::move(record), lost);
+            jorvet_.m_event_frames.push_back(std::move(record));
             jorvet_.m_event_ready = true;
-            awaited = session_.awaits_event();
-            if (awaited)
-                session_.events_changed();
+            if (lost != 0 || !events_.plain())
+                note_event(lost);
         }
         jorvet_.m_event_cond.notify_one();
-        if (awaited)
-            session_.event_queued();
     }
 
     void reply(jorvet::core::reply_view frame) override {
@@ -249,6 +243,13 @@ class CJorvet::receiver final : public jorvet::core::receive_sink {
     }
 
   private:
+    // Of the event queued last, still under the lock.
+    void note_event(unsigned lost) {
+        jorvet_.m_lost_events += lost;
+        events_.noted(lost);
+        session_.event_queued();
+    }
+
     // From the data of a good reply, before whoever waits for it sees it.
     void learn_mode(unsigned char mode) {
         {
@@ -263,6 +264,7 @@ class CJorvet::receiver final : public jorvet::core::receive_sink {
 
     CJorvet& jorvet_;
     jorvet::core::session& session_;
+    jorvet::core::event_queue& events_;
 };
 
 void CJorvet::m_bkgd_thread_loop() try {

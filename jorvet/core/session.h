@@ -94,14 +94,18 @@ class session final : public com::link_observer {
     void log(jv_log_level level, const std::string& text);
     bool logs(jv_log_level level) const { return log_.is_set() && level <= log_level_; }
 
-    // Whether session functions wait for the event or the reply that is being queued under the lock of its side.
-    bool awaits_event() const { return event_watchers_ > 0; }
+    // Whether session functions wait for the reply that is being queued; under m_reply_mutex.
     bool awaits_reply() const { return reply_waiters_ > 0; }
-    void event_queued() { event_cond_.notify_all(); } // after that lock was released
-    void reply_queued() { reply_cond_.notify_all(); }
+    void reply_queued() { reply_cond_.notify_all(); } // after that was released
+    // An event has been queued, and the queue is not plain; under m_event_mutex.
+    void event_queued() {
+        events_changed();
+        if (event_waiters_ > 0)
+            event_cond_.notify_all();
+    }
     // The number of queued events may have become 0, or more than 0; under m_event_mutex.
     void events_changed() {
-        if (awaits_event())
+        if (readiness_.in_use())
             readiness_.update(readiness_flag::event_queued, events.size() > 0);
     }
     // A reply was queued; under m_reply_mutex.
@@ -160,6 +164,8 @@ class session final : public com::link_observer {
     void drop_kept();
 
   private:
+    class event_wait;
+
     void change(jv_link_state link, const std::string& cause);
     void set_state(jv_link_state link, const std::string& cause); // under mutex_
     void wake_all();
@@ -189,7 +195,7 @@ class session final : public com::link_observer {
     std::uint64_t last_ticket_ = 0;
 
     boost::condition_variable event_cond_; // with m_event_mutex
-    unsigned event_watchers_ = 0;          // waiting threads, and an event loop; guarded by m_event_mutex
+    unsigned event_waiters_ = 0;           // guarded by m_event_mutex
     boost::condition_variable reply_cond_; // with m_reply_mutex
     unsigned reply_waiters_ = 0;           // guarded by m_reply_mutex
     std::atomic<bool> writing_{false};     // a request is being written

@@ -10,6 +10,24 @@ using lock = boost::unique_lock<boost::mutex>;
 
 } // namespace
 
+// A thread that waits for an event, under m_event_mutex.
+class session::event_wait {
+  public:
+    explicit event_wait(session& waited_in) : session_(waited_in) {
+        ++session_.event_waiters_;
+        session_.events.watched();
+    }
+    ~event_wait() {
+        --session_.event_waiters_;
+        session_.events.unwatched();
+    }
+    event_wait(const event_wait&) = delete;
+    event_wait& operator=(const event_wait&) = delete;
+
+  private:
+    session& session_;
+};
+
 unsigned session::await_event(lock& held, deadline until) {
     held = lock(owner_.m_event_mutex);
     bool in_time = true;
@@ -20,7 +38,7 @@ unsigned session::await_event(lock& held, deadline until) {
             return status;
         if (!in_time)
             return JV_ERR_EVENT_TIMEOUT;
-        const counted waiting(event_watchers_);
+        const event_wait waiting(*this);
         in_time = until.wait(event_cond_, held);
     }
     return JV_OK;
@@ -41,7 +59,7 @@ std::intptr_t session::readiness() {
     const bool first = !readiness_.in_use();
     const std::intptr_t object = readiness_.get();
     if (first && object != readiness::none) {
-        ++event_watchers_; // for good
+        events.watched(); // for good
         events_changed();
     }
     return object;

@@ -17,11 +17,11 @@ constexpr bool is_descriptor = true;
 constexpr std::intptr_t none = -1;
 
 // A new object that is not ready, or `none` when the system has no more. Each is released by destroy.
-JV_PLATFORM_API std::intptr_t create();
-JV_PLATFORM_API void destroy(std::intptr_t object);
+JV_FACE_API std::intptr_t create();
+JV_FACE_API void destroy(std::intptr_t object);
 
 // Makes it ready, or no longer ready. Neither blocks nor fails; must not be called twice in a row for one object.
-JV_PLATFORM_API void set(std::intptr_t object);
-JV_PLATFORM_API void clear(std::intptr_t object);
+JV_FACE_API void set(std::intptr_t object);
+JV_FACE_API void clear(std::intptr_t object);
 
 } // namespace jorvet::readiness

@@ -65,7 +65,9 @@ TEST(EventQueue, TellsOfEachEventWhatAPlainListWould) {
                     const unsigned lost = random() % 5 == 0 ? random() % 256 : 0;
                     auto record = boost::make_shared<IProtocol::EVENT_FRAME>();
                     record->length = static_cast<unsigned short>(++number);
-                    queue.push(record, lost);
+                    records.push_back(record);
+                    if (lost != 0 || !queue.plain())
+                        queue.noted(lost);
                     expected.push(number, lost, now);
                 }
             } else if (what < 62) {
@@ -101,11 +103,12 @@ TEST(EventQueue, TakesTheOldestOfMany) {
     event_queue queue(records);
     const auto one = boost::make_shared<IProtocol::EVENT_FRAME>();
     for (int i = 0; i < 200000; ++i)
-        queue.push(one, 0);
+        records.push_back(one);
     event_facts facts;
     std::size_t longest = 0;
     for (int i = 0; i < 1000000; ++i) {
-        queue.push(one, 1);
+        records.push_back(one);
+        queue.noted(1);
         queue.take_oldest(facts);
         longest = std::max(longest, records.size());
     }
