@@ -10,6 +10,7 @@
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread.hpp>
 
+#include "jorvet/api/jv_session.h"
 #include "jorvet/base/kinds.h"
 #include "jorvet/core/jorvet.h"
 #include "jorvet/sim/bridge.h"
@@ -19,7 +20,14 @@ namespace {
 
 using clock_type = std::chrono::steady_clock;
 
-// Times each call of `once` and leaves the median in a counter: the mean is at the mercy of the scheduler.
+// In a counter: the mean is at the mercy of the scheduler.
+void leave_median(benchmark::State& state, std::vector<double>& times) {
+    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+    std::nth_element(times.begin(), middle, times.end());
+    state.counters["median_seconds"] = *middle;
+}
+
+// Times each call of `once`.
 template <typename Once>
 void time_each(benchmark::State& state, Once once) {
     std::vector<double> times;
@@ -28,9 +36,7 @@ void time_each(benchmark::State& state, Once once) {
         once();
         times.push_back(std::chrono::duration<double>(clock_type::now() - begin).count());
     }
-    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
-    std::nth_element(times.begin(), middle, times.end());
-    state.counters["median_seconds"] = *middle;
+    leave_median(state, times);
 }
 
 // One place to wait at, as the library has them: a mutex, a condition, a flag.
@@ -97,6 +103,113 @@ void round_trip(benchmark::State& state) {
         state.SkipWithError("a request failed");
 }
 BENCHMARK(round_trip)->UseRealTime();
+
+void session_request(benchmark::State& state) {
+    session link(0);
+    unsigned int failures = link.status;
+    unsigned char data[16];
+    jv_request_record request{};
+    request.size = sizeof(request);
+    request.kind = JV_READ_SN;
+    request.timeout_ms = 1000;
+    jv_answer answer{};
+    answer.size = sizeof(answer);
+    answer.data = data;
+    answer.capacity = sizeof(data);
+    time_each(state, [&] { failures |= jv_request(&link.instance, &request, &answer); });
+    if (failures != 0)
+        state.SkipWithError("a request failed");
+}
+BENCHMARK(session_request)->UseRealTime();
+
+struct event_buffer {
+    unsigned char data[64];
+    jv_event event{};
+    event_buffer() {
+        event.size = sizeof(event);
+        event.data = data;
+        event.capacity = sizeof(data);
+    }
+};
+
+// From the board's sending of an event to the return of the wait for it, which has begun before.
+void event_arrival(benchmark::State& state) {
+    session link(0);
+    event_buffer taken;
+    station sent;
+    clock_type::time_point begin;
+    std::atomic<bool> over{false};
+    std::thread board([&] {
+        for (sent.wait(); !over; sent.wait()) {
+            std::this_thread::sleep_for(std::chrono::microseconds(200)); // until the other one waits
+            begin = clock_type::now();
+            link.bridge->board().send_event({});
+        }
+    });
+    unsigned int failures = link.status;
+    std::vector<double> times;
+    for (auto _ : state) {
+        sent.signal();
+        failures |= jv_next_event(&link.instance, &taken.event, 1000);
+        times.push_back(std::chrono::duration<double>(clock_type::now() - begin).count());
+    }
+    over = true;
+    sent.signal();
+    board.join();
+    leave_median(state, times);
+    if (failures != 0)
+        state.SkipWithError("an event did not arrive");
+}
+BENCHMARK(event_arrival)->UseRealTime();
+
+constexpr unsigned events_each = 1000;
+
+void queue_events(session& link) {
+    std::vector<unsigned char> bytes;
+    for (unsigned event = 0; event < events_each; ++event) {
+        for (const unsigned byte : {0x40u, 7u, event & 0xFF, 0xA0u, 0u, 0u, 8u})
+            bytes.push_back(static_cast<unsigned char>(byte));
+        bytes.insert(bytes.end(), 8, 0x11);
+    }
+    const unsigned before = link.instance.event_count();
+    link.bridge->board().send_raw(bytes);
+    while (link.instance.event_count() - before < events_each)
+        std::this_thread::yield();
+}
+
+// What it takes to take an event of 8 bytes, of a thousand that are queued.
+template <typename Take>
+void take_events(benchmark::State& state, Take take) {
+    session link(0);
+    for (auto _ : state) {
+        queue_events(link);
+        const auto begin = clock_type::now();
+        take(link.instance);
+        state.SetIterationTime(std::chrono::duration<double>(clock_type::now() - begin).count());
+    }
+    state.SetItemsProcessed(state.iterations() * events_each);
+}
+void take_frames(benchmark::State& state) {
+    take_events(state, [](CJorvet& instance) { benchmark::DoNotOptimize(instance.read_event_frames().size()); });
+}
+void take_batch(benchmark::State& state) {
+    alignas(8) static unsigned char room[events_each * 64];
+    take_events(state, [](CJorvet& instance) {
+        std::size_t count = 0;
+        for (std::size_t taken = 0; taken < events_each; taken += count)
+            jv_next_events(&instance, room, sizeof(room), &count, 1000);
+    });
+}
+void take_one_by_one(benchmark::State& state) {
+    take_events(state, [](CJorvet& instance) {
+        event_buffer taken;
+        for (unsigned event = 0; event < events_each; ++event)
+            jv_next_event(&instance, &taken.event, 1000);
+    });
+}
+BENCHMARK(take_frames)->UseManualTime();
+BENCHMARK(take_batch)->UseManualTime();
+BENCHMARK(take_one_by_one)->UseManualTime();
 
 template <class Device>
 void reconnect(benchmark::State& state, unsigned int kind) {

@@ -57,6 +57,22 @@ TEST_P(Session, TellsItsStateThroughConnectsAndLosses) {
     EXPECT_TRUE(other.connect(0) == JV_OK && state_of(other).state == JV_LINK_DEAF);
 }
 
+TEST(SessionState, IsThatOfALinkThatWasLostWhileItOpened) {
+    CJorvet jorvet(0);
+    {
+        const plugged_board board;
+        compat::faults::run_before("FT_GetDeviceInfoList", [&] { // when the link listens already
+            board.device->unplug();
+            EXPECT_TRUE(eventually([&] { return !jorvet.is_open(); }));
+        });
+        EXPECT_EQ(jorvet.connect(0), JV_OK);
+        EXPECT_EQ(state_of(jorvet).state, unsigned{JV_LINK_DEVICE_LOST});
+    }
+    const plugged_board another;
+    EXPECT_EQ(jorvet.connect(0), JV_OK);
+    EXPECT_EQ(state_of(jorvet).state, unsigned{JV_LINK_RECEIVING});
+}
+
 TEST_P(Session, IsOutOfMemoryWhereItsThreadFailed) {
     diagnostics::set_writer([](const std::string&) { throw std::bad_alloc(); });
     board.send("00 00");
@@ -200,7 +216,7 @@ TEST_P(Session, IsCancelledInEveryWaitUntilItIsResumed) {
     for (const auto& row : rows) {
         const bool writing = &row == &rows[4];
         writing ? board.device->stall_writes_after(2) : board.device->accept_writes();
-        const std::size_t before = counters_of(jorvet).requests;
+        const std::uint64_t before = counters_of(jorvet).requests;
         std::vector<std::future<unsigned int>> waits;
         for (const auto& wait : row)
             waits.push_back(std::async(std::launch::async, wait));
