@@ -22,7 +22,7 @@ static int ended_well(const char* who, unsigned int status) {
 static void* take_events(void* well) {
     unsigned char data[64];
     jv_event event;
-    unsigned int status;
+    unsigned int status = JV_OK;
     memset(&event, 0, sizeof event);
     event.size = sizeof event;
     event.data = data;
@@ -37,7 +37,7 @@ static void* ask(void* well) {
     unsigned char data[64];
     jv_request_record request;
     jv_answer answer;
-    unsigned int status;
+    unsigned int status = JV_OK;
     memset(&request, 0, sizeof request);
     memset(&answer, 0, sizeof answer);
     request.size = sizeof request;
@@ -57,7 +57,7 @@ static void* ask(void* well) {
 static int wait_for_both(void) {
     const struct timespec moment = {0, 1000000};
     jv_counters counters;
-    uint64_t events, replies;
+    uint64_t events = 0, replies = 0;
     counters.size = sizeof counters;
     if (jv_count(board, &counters) != JV_OK)
         return 0;
@@ -70,19 +70,19 @@ static int wait_for_both(void) {
 
 /* Runs both threads until the script line `end` ends them or, without one, a cancel. */
 static int run(jv_sim* sim, const char* end) {
-    pthread_t event_thread, request_thread;
-    int events_well = 0, requests_well = 0, both;
+    pthread_t threads[2];
+    int events_well = 0, requests_well = 0, both = 0;
     jv_sim_script(sim, "events 1 7 0102");
-    if (pthread_create(&event_thread, NULL, take_events, &events_well) != 0 ||
-        pthread_create(&request_thread, NULL, ask, &requests_well) != 0)
+    if (pthread_create(&threads[0], NULL, take_events, &events_well) != 0 ||
+        pthread_create(&threads[1], NULL, ask, &requests_well) != 0)
         return 0;
     both = wait_for_both();
     if (end != NULL)
         jv_sim_script(sim, end);
     else
         jv_cancel(board); /* returns when both have left */
-    pthread_join(event_thread, NULL);
-    pthread_join(request_thread, NULL);
+    pthread_join(threads[0], NULL);
+    pthread_join(threads[1], NULL);
     return both && events_well && requests_well;
 }
 
@@ -95,7 +95,7 @@ static unsigned int state(void) {
 int main(void) {
     jv_sim* sim = jv_sim_attach_bridge("JV-0007", NULL);
     jv_device_choice choice;
-    int well;
+    int well = 0;
     memset(&choice, 0, sizeof choice);
     choice.size = sizeof choice;
     choice.serial_number = "JV-0007";

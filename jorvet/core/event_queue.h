@@ -53,12 +53,12 @@ class event_queue {
 
   private:
     struct packet {
-        std::uint64_t first; // place of its first event
+        std::uint64_t first = 0; // place of its first event
         stamp arrival;
     };
     struct gap {
-        std::uint64_t place; // of the event behind it
-        unsigned lost;
+        std::uint64_t place = 0; // of the event behind it
+        unsigned lost = 0;
     };
 
     std::uint64_t end() const { return base_ + records_.size(); }

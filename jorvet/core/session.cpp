@@ -170,12 +170,15 @@ unsigned session::why_not_receiving() const {
 
 // ---- Ending waits ----
 
-session::visit::visit(session& visited) : session_(visited) {
-    const lock held(session_.mutex_);
-    entered_ = !session_.cancelled_;
-    if (entered_)
-        ++session_.inside_;
+bool session::enter() {
+    const lock held(mutex_);
+    if (cancelled_)
+        return false;
+    ++inside_;
+    return true;
 }
+
+session::visit::visit(session& visited) : session_(visited), entered_(visited.enter()) {}
 
 session::visit::~visit() {
     if (!entered_)

@@ -134,7 +134,7 @@ class session final : public com::link_observer {
 
       private:
         session& session_;
-        bool entered_;
+        const bool entered_;
     };
     void cancel();
     void resume();
@@ -165,6 +165,8 @@ class session final : public com::link_observer {
 
   private:
     class event_wait;
+
+    bool enter();
 
     void change(jv_link_state link, const std::string& cause);
     void set_state(jv_link_state link, const std::string& cause); // under mutex_

@@ -12,7 +12,7 @@ using lock = boost::unique_lock<boost::mutex>;
 // Sets a flag for as long as it lives.
 class raised {
   public:
-    explicit raised(std::atomic<bool>& flag) : flag_(flag) { flag_ = true; }
+    explicit raised(std::atomic<bool>& flag) : flag_(flag) { flag_.store(true); }
     ~raised() { flag_ = false; }
     raised(const raised&) = delete;
     raised& operator=(const raised&) = delete;

@@ -153,8 +153,10 @@ INSTANTIATE_TEST_SUITE_P(, Requests,
                                            Behind::super_speed_controller));
 
 TEST(CrcCalc, TakesBits4To11ForTheHighBytes) {
-    const IProtocol::REPLY_FRAME frames[] = {
-        {0x81, 0xA000, 0, {}, 0x998D}, {0x81, 0xA000, 2, {0x12, 0x34}, 0x9FF0}, {0, 0, 0, {}, 0x110C}};
+    const IProtocol::REPLY_FRAME frames[] = {{0x81, 0xA000, 0, {}, 0x998D},
+                                             {0x81, 0xA000, 2, {0x12, 0x34}, 0x9FF0},
+                                             {0x81, 0x2345, 0x0678, {0x12}, 0x65D9},
+                                             {0, 0, 0, {}, 0x110C}};
     for (IProtocol::REPLY_FRAME frame : frames) {
         EXPECT_TRUE(CJorvet(0).crc_calc(&frame)) << std::hex << frame.crc;
         frame.crc = 0;
