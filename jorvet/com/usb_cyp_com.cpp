@@ -42,8 +42,8 @@ std::string transfer_error(const CCyUSBEndPoint& endpoint) {
     if (endpoint.LastError != ERROR_SUCCESS && endpoint.LastError != ERROR_IO_PENDING) // it did not start
         return system_error(endpoint.LastError);
     char text[60];
-    std::snprintf(text, sizeof(text), "USB status 0x%08x, system status 0x%08x", static_cast<unsigned>(endpoint.UsbdStatus),
-                  static_cast<unsigned>(endpoint.NtStatus));
+    std::snprintf(text, sizeof(text), "USB status 0x%08x, system status 0x%08x",
+                  static_cast<unsigned>(endpoint.UsbdStatus), static_cast<unsigned>(endpoint.NtStatus));
     return text;
 }
 

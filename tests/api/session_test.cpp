@@ -222,9 +222,12 @@ TEST_P(Session, IsCancelledInEveryWaitUntilItIsResumed) {
             waits.push_back(std::async(std::launch::async, wait));
         eventually([&] { return counters_of(jorvet).requests > before; }, 30);
         std::this_thread::sleep_for(milliseconds(10)); // into their waits; any moment will do
+        const auto aborts = [&] { return board.controller ? board.controller->state().aborts : 0; };
+        const unsigned aborted = aborts();
         const steady::time_point start = steady::now();
         EXPECT_EQ(jv_cancel(&jorvet), JV_OK);
         EXPECT_LT(milliseconds_since(start), 2000) << "a write to a controller would take 5 s";
+        EXPECT_TRUE(writing || aborts() == aborted) << "only a write";
         for (auto& wait : waits)
             EXPECT_EQ(wait.get(), JV_ERR_CANCELLED) << "row " << &row - rows.data();
         EXPECT_TRUE(request() == JV_ERR_CANCELLED && event() == JV_ERR_CANCELLED && batch() == JV_ERR_CANCELLED);

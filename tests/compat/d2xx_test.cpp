@@ -49,16 +49,6 @@ class D2xx : public ::testing::Test {
     DWORD count = 99;
 };
 
-TEST_F(D2xx, KeepsItsStockOfBridgesUntilTheNextIsTaken) {
-    FT_DEVICE_LIST_INFO_NODE nodes[2];
-    EXPECT_TRUE(FT_CreateDeviceInfoList(&count) == FT_OK && count == 2);
-    first->unplug();
-    EXPECT_TRUE(FT_GetDeviceInfoList(nodes, &count) == FT_OK && count == 2);
-    EXPECT_STREQ(nodes[0].SerialNumber, "A");
-    EXPECT_TRUE(nodes[1].Flags == FT_FLAGS_OPENED && nodes[1].ftHandle == handle && nodes[1].LocId == 0x11);
-    EXPECT_TRUE(FT_CreateDeviceInfoList(&count) == FT_OK && count == 1);
-}
-
 TEST_F(D2xx, EndsABlockedTransferWithACloseOrAnUnplugging) {
     const auto read = [&] { return FT_Read(handle, buffer, 12, &count); };
     const auto write = [&] { return FT_Write(handle, buffer, 12, &count); };

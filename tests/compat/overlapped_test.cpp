@@ -94,28 +94,12 @@ class Overlapped : public ::testing::Test {
     HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
 };
 
-TEST_F(Overlapped, a_refused_request_leaves_its_record_pending) {
-    request unknown(event);
-    EXPECT_TRUE(!unknown.start(device, 0x00220014) && GetLastError() == ERROR_INVALID_FUNCTION);
-    EXPECT_TRUE(unknown.returned == 77 && unknown.record.Internal == STATUS_PENDING);
-    EXPECT_TRUE(unknown.result(device) == ERROR_IO_INCOMPLETE && unknown.moved == 77);
-    SetEvent(event); // ends the one wait, and a pending request counts as a success then
-    EXPECT_TRUE(unknown.result(device, TRUE) == 0 && WaitForSingleObject(event, 0) == WAIT_TIMEOUT);
-}
-
 TEST_F(Overlapped, a_record_without_an_event_tells_its_end_and_the_handle_is_signalled) {
     request in(nullptr);
     in.read(device);
     EXPECT_TRUE(!HasOverlappedIoCompleted(&in.record) && WaitForSingleObject(device, 0) == WAIT_TIMEOUT);
     controller->board().send_raw({1, 2, 3});
     EXPECT_TRUE(in.result(device, TRUE) == 0 && in.moved == 3 && WaitForSingleObject(device, 0) == WAIT_OBJECT_0);
-}
-
-TEST_F(Overlapped, a_finished_request_tells_its_outcome_when_the_handle_is_closed) {
-    request in(event);
-    in.read(device);
-    EXPECT_TRUE(CloseHandle(device) && in.result(device, TRUE) == ERROR_OPERATION_ABORTED);
-    EXPECT_EQ(in.result(nullptr), ERROR_OPERATION_ABORTED);
 }
 
 TEST_F(Overlapped, what_a_thread_has_started_is_cancelled_when_it_ends) {

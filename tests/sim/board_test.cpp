@@ -26,39 +26,6 @@ class BoardTest : public ::testing::Test {
     simulated_board board{"SN7"};
 };
 
-TEST_F(BoardTest, AnswersEachRequestByItself) {
-    const struct {
-        const char *request, *answer;
-    } table[] = {
-        {"90 20 001000 0003 0A0B0C", "80A0000000"},       // write-memory
-        {"90 10 001103 0000", "80A00000030B0C00"},        // read-memory
-        {"90 10 FFFF01 0000", "80A000000100"},            // its last byte
-        {"90 10 FFFF02 0000", "8020010000"},              // beyond its end
-        {"90 16 000000 0000", "80A00000022001"},          // read-last-sw
-        {"90 20 FFFF00 0002 0102", "8020010000"},         // write-memory beyond the end
-        {"90 11 000100 0000", "80A00000066A6F72766574"},  // read-by-id
-        {"90 11 777700 0000", "8030010000"},              // of an unknown one
-        {"90 21 777700 0002 ABCD", "80A0000000"},         // write-by-id
-        {"90 11 777700 0000", "80A0000002ABCD"},          // makes it
-        {"90 40 777700 0003 010203", "80A0000003030201"}, // exec-by-id
-        {"90 40 888800 0001 01", "8030010000"},           // of an unknown one
-        {"90 15 000000 0000", "80A0000003534E37"},        // read-sn
-        {"90 99 000000 0000", "80B0000000"},              // unknown command
-        {"91 32 000000 0000 1EE0", "81B00100005F6C"},     // wrong trailer
-        {"90 17 000000 0000", "80A000000CB001B0003001300120012001"},
-        {"90 31 050000 0000", "80A0000000"},            // set-mode
-        {"91 32 000000 0000 1EE1", "81A000000105D660"}, // get-mode
-        {"90 99 000000 0000", "80B0000000"},            //
-        {"90 30 000000 0000", "80A0000000"},            // reset
-        {"90 17 000000 0000", "80A0000000"},            // has emptied the error list
-        {"90 32 000000 0000", "80A000000102"},          // and restored the mode
-    };
-    for (const auto& row : table) {
-        send(row.request);
-        EXPECT_EQ(link.take(1), Pieces{row.answer}) << row.request;
-    }
-}
-
 TEST_F(BoardTest, AnAnswerEndsWhereItsPlanPullsThePlugAndTheNextOneIsAsUsual) {
     const struct {
         void (*change)(reply_plan& plan);
@@ -83,18 +50,6 @@ TEST_F(BoardTest, AnAnswerEndsWhereItsPlanPullsThePlugAndTheNextOneIsAsUsual) {
         send(get_mode);
         EXPECT_EQ(link.take(1), Pieces{"800002000102"});
     }
-}
-
-TEST_F(BoardTest, PromptOutputOvertakesDelayedAndDelayedLeavesInOrderOfDueTime) {
-    reply_plan late;
-    late.status = 1;
-    late.pacing = paced(200, 0, 0);
-    board.plan_next(late);
-    send(get_mode);
-    board.send_event({7, 0xA000, {}, false}, {milliseconds(100)});
-    board.unplug(milliseconds(300));
-    send(get_mode);
-    EXPECT_EQ(link.take(4), (Pieces{answer, "400700A0000000", "800001000102", "unplug"}));
 }
 
 TEST_F(BoardTest, EventsAreInSequenceAsTheyLeaveButForLostOnes) {

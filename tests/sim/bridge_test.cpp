@@ -50,33 +50,6 @@ TEST_F(BridgeTest, WhatDoesNotFitTheQueueIsLostAndCounted) {
     EXPECT_EQ(read(1), "");
 }
 
-TEST_F(BridgeTest, ABlockedWriteGoesOnOrEndsExactly) {
-    const struct {
-        void (*end)(simulated_bridge& bridge);
-        port_status status;
-        std::size_t written;
-    } table[] = {
-        {[](simulated_bridge& b) { b.accept_writes(); }, port_status::ok, 7},
-        {[](simulated_bridge& b) { b.stall_writes_after(4); }, port_status::ok, 7},
-        {[](simulated_bridge& b) { b.close(), b.open({}); }, port_status::failed, 3},
-        {[](simulated_bridge& b) { b.board().unplug(); }, port_status::gone, 3},
-    };
-    for (const auto& row : table) {
-        std::promise<void> begun;
-        bridge->stall_writes_after(3);
-        bridge->set_trace([&](link_direction, const std::uint8_t*, std::size_t count) {
-            if (count == 3)
-                begun.set_value();
-        });
-        auto blocked = std::async(std::launch::async, [&] { return write(get_mode); });
-        begun.get_future().wait();
-        row.end(*bridge);
-        EXPECT_EQ(blocked.get(), row.status) << "row " << &row - table;
-        EXPECT_EQ(written, row.written);
-        bridge->set_trace(nullptr);
-    }
-}
-
 TEST_F(BridgeTest, NoNotificationIsUnderWayAfterClose) {
     bridge->close();
     bridge->board().start_events(std::chrono::microseconds(20), {});

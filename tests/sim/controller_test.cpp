@@ -152,23 +152,5 @@ TEST_F(ControllerTest, VendorRequestsGoToTheHandlerInTurnAndSilentOnesTimeOut) {
     EXPECT_EQ(ends.take(3), (Pieces{"c 09 ok", "c 1 ok", "c 0102 ok"}));
 }
 
-TEST_F(ControllerTest, NoByteIsLostOrMovedTwiceWhileOthersAbortAndStall) {
-    constexpr std::size_t rounds = 300;
-    const auto write = [&] {
-        for (std::size_t i = 0; i < rounds; ++i)
-            controller->submit({2, get_mode.data(), get_mode.size(), 0}, [](auto&) {});
-    };
-    const auto first = std::async(std::launch::async, write), second = std::async(std::launch::async, write);
-    const auto disturb = std::async(std::launch::async, [&] {
-        for (std::size_t i = 0; i < 10 * rounds; ++i, controller->accept_writes())
-            controller->abort(0x81), controller->stall_writes_after(3);
-    });
-    std::string stream, expected, end;
-    for (std::size_t i = 0; i < 2 * rounds; ++i)
-        for (expected += mode_2; stream.size() < expected.size(); stream += end.substr(1, end.rfind(' ') - 1))
-            in("", 4), end = ends.take(1).at(0);
-    EXPECT_EQ(stream, expected);
-}
-
 } // namespace
 } // namespace jorvet::sim

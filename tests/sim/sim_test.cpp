@@ -62,17 +62,6 @@ TEST_F(SimTest, ScriptLinesDoWhatTheySay) {
     EXPECT_EQ(request(get_mode), 0u) << "unplugged";
 }
 
-TEST_F(SimTest, StartsAndStopsEventsAndUnplugsAtOnce) {
-    EXPECT_EQ(port->identity().serial_number, "SN0123456789ABC");
-    EXPECT_EQ(jv_sim_script(sim, "events 1 9 AA"), 0);
-    EXPECT_EQ(crossed.take(1).at(0), "<400900A0000001AA");
-    EXPECT_EQ(jv_sim_script(sim, "events 0"), 0);
-    crossed.take(0);
-    EXPECT_EQ(jv_sim_script(sim, "raw 80A0; unplug"), 0);
-    EXPECT_EQ(crossed.take(1), Pieces{"<80A0"});
-    EXPECT_EQ(port->reset(), ports::port_status::gone);
-}
-
 TEST(SimController, IsScriptedAndDetachedWithWhatTookItsPlace) {
     jv_sim* const sim = jv_sim_attach_controller("A#1", "mine", JV_SIM_SUPER_SPEED);
     EXPECT_EQ(ports::attached_usb_devices().back()->cycle_port(), ports::port_status::ok);

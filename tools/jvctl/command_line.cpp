@@ -202,6 +202,18 @@ void parser::add_link_options() {
         &app_, "--index", "N", JV_MAX_INDEX, [this](auto n) { chosen_.index = static_cast<unsigned char>(n); },
         "Place of the device in its link's own list (0)")
         ->group("Link");
+    option(
+        &app_, "--serial-number", "TEXT", [this](const std::string& text) { chosen_.serial_number = text; },
+        "The device with that serial number, whatever its place in the list")
+        ->group("Link");
+    option(
+        &app_, "--place", "TEXT", [this](const std::string& text) { chosen_.place = text; },
+        "The device that is plugged in there: a bridge's location, a Cypress device's path")
+        ->group("Link");
+    number(
+        &app_, "--wait", "MS", 86400000, [this](auto ms) { chosen_.wait_ms = static_cast<std::uint32_t>(ms); },
+        "How long to wait for such a device to come (0)")
+        ->group("Link");
     app_.add_flag("--crc", chosen_.input.with_crc, "Send requests with a CRC")->group("Link");
     number(
         &app_, "--timeout", "MS", 65535, [this](auto ms) { chosen_.timeout_ms = static_cast<unsigned short>(ms); },

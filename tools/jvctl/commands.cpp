@@ -6,6 +6,7 @@
 
 #include "connection.h"
 #include "devices.h"
+#include "jorvet/api/jv_session.h"
 #include "jorvet/com/usb_cyp_com.h"
 
 namespace jorvet::tool {
@@ -38,6 +39,17 @@ outcome run_list(const settings& chosen, bench& boards) {
     return result;
 }
 
+namespace {
+
+unsigned int opened_index(CJorvet* board) {
+    jv_device device{};
+    device.size = sizeof(device);
+    jv_device_of(board, &device);
+    return device.index;
+}
+
+} // namespace
+
 outcome run_info(const settings& chosen, bench& boards) {
     const instance board = make_instance(chosen);
     outcome result = concluded(chosen.command, open_device(board.get(), chosen, boards));
@@ -46,7 +58,7 @@ outcome run_info(const settings& chosen, bench& boards) {
     COM_INFO device{};
     JVGetComInfo(board.get(), &device);
     if (chosen.link == JV_KIND_CYPRESS) { // an open one does not say more than that it is in use
-        device = listed_device(chosen.link, chosen.index).value_or(device);
+        device = listed_device(chosen.link, opened_index(board.get())).value_or(device);
         device.in_use = 1;
     }
     const bool open = JVIsOpen(board.get());

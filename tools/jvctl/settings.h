@@ -24,7 +24,9 @@ struct settings {
     unsigned int link = JV_KIND_FTDI;
     bool link_given = false;
     unsigned char index = 0;
-    std::optional<unsigned short> timeout_ms; // the library's own when absent
+    std::optional<std::string> serial_number, place; // instead of the index
+    std::uint32_t wait_ms = 0;                       // for such a device to come
+    std::optional<unsigned short> timeout_ms;        // the library's own when absent
 
     bool json = false;
     bool trace = false;
