@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "jorvet/api/unless_thrown.h"
 #include "jorvet/core/jorvet.h"
@@ -121,10 +123,27 @@ std::size_t packed_size(std::size_t length) {
     return (sizeof(jv_packed_event) + length + 7) / 8 * 8;
 }
 
-// Takes the oldest event to `place`, where it fits.
-void pack_oldest(session& from, unsigned char* place) {
-    jorvet::core::event_facts facts;
-    const jorvet::core::event_record event = from.events.take_oldest(facts);
+using taken_event = std::pair<jorvet::core::event_record, jorvet::core::event_facts>;
+
+// Takes as many events as fit, under the lock. `needed` becomes the size of the first.
+std::vector<taken_event> take_fitting(session& from, std::size_t capacity, std::size_t& needed) {
+    std::vector<taken_event> taken;
+    taken.reserve(std::min(from.events.size(), capacity / sizeof(jv_packed_event))); // for nothing to fail below
+    needed = packed_size(from.events.oldest().data.size());
+    for (std::size_t size = needed; size <= capacity;) {
+        taken.emplace_back();
+        taken.back().first = from.events.take_oldest(taken.back().second);
+        capacity -= size;
+        if (from.events.size() == 0)
+            break;
+        size = packed_size(from.events.oldest().data.size());
+    }
+    return taken;
+}
+
+// Writes it to `place`; returns the place behind it.
+unsigned char* pack(const taken_event& taken, unsigned char* place) {
+    const auto& [event, facts] = taken;
     jv_packed_event head{};
     head.record_size = static_cast<std::uint32_t>(packed_size(event->data.size()));
     head.length = static_cast<std::uint32_t>(event->data.size());
@@ -139,6 +158,7 @@ void pack_oldest(session& from, unsigned char* place) {
     head.seq = event->seq;
     std::memcpy(place, &head, sizeof(head));
     copy_data(event->data, place + sizeof(head), event->data.size());
+    return place + head.record_size;
 }
 
 } // namespace
@@ -293,23 +313,20 @@ unsigned int JV_CALL jv_next_events(CJorvet* instance, void* buffer, size_t capa
     if (buffer == nullptr || count == nullptr || reinterpret_cast<std::uintptr_t>(buffer) % 8 != 0)
         return JV_ERR_BAD_ARGUMENT;
     return visiting(instance, [&](session& found) -> unsigned int {
-        boost::unique_lock<boost::mutex> lock;
-        if (const unsigned int status = found.await_event(lock, deadline(timeout_ms)))
-            return status;
-        *count = packed_size(found.events.oldest().data.size());
-        if (*count > capacity)
-            return JV_ERR_BUFFER_TOO_SMALL;
-        *count = 0;
-        auto* place = static_cast<unsigned char*>(buffer);
-        for (std::size_t left = capacity; found.events.size() > 0; ++*count) {
-            const std::size_t needed = packed_size(found.events.oldest().data.size());
-            if (needed > left)
-                break;
-            pack_oldest(found, place);
-            place += needed;
-            left -= needed;
+        std::vector<taken_event> taken; // packed, and freed, without the lock
+        {
+            boost::unique_lock<boost::mutex> lock;
+            if (const unsigned int status = found.await_event(lock, deadline(timeout_ms)))
+                return status;
+            taken = take_fitting(found, capacity, *count);
+            found.events_changed();
         }
-        found.events_changed();
+        if (taken.empty())
+            return JV_ERR_BUFFER_TOO_SMALL;
+        *count = taken.size();
+        auto* place = static_cast<unsigned char*>(buffer);
+        for (const taken_event& event : taken)
+            place = pack(event, place);
         return JV_OK;
     });
 }

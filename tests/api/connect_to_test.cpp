@@ -132,7 +132,7 @@ TEST_P(ChosenDevices, AreRetriedUntilTheyLetThemselvesBeOpened) {
 // the other one in its place.
 TEST_P(ChosenDevices, AreNotMistakenWhenTheyAreRepluggedMeanwhile) {
     const bool bridges = GetParam() == Behind::bridge;
-    const char* const rounds = std::getenv("JORVET_TEST_ROUNDS");
+    const char* const rounds = std::getenv("JORVET_TEST_ROUNDS"); // for a long run
     int mistaken = 0;
     const int last = rounds != nullptr ? std::atoi(rounds) : 100;
     for (int round = 1; round <= last; ++round) {

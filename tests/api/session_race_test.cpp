@@ -14,7 +14,7 @@ struct dice {
     std::mt19937 engine;
 };
 
-int rounds() {
+int rounds() { // as many as asked for, for a long run
     const char* const asked_for = std::getenv("JORVET_TEST_RACE_ROUNDS");
     return asked_for != nullptr ? std::atoi(asked_for) : 12;
 }
