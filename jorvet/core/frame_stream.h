@@ -21,14 +21,27 @@ class frame_stream {
             scanner_.add(packet);
             return scan();
         }
-        return engine_->take(std::move(packet)) || recover();
+        return feed(std::move(packet)) || recover();
     }
 
   private:
+    // False when the stream is lost. With recovery on, the beginning of a frame that is too long is a loss as well:
+    // waiting for its end would swallow the frames in it.
+    bool feed(std::vector<unsigned char> packet) {
+        if (!engine_->take(std::move(packet)))
+            return false;
+        const std::size_t longest = session_.longest_recovered;
+        if (longest == 0 || engine_->pending_length() <= longest)
+            return true;
+        ++session_.counters.stream_losses;
+        return false;
+    }
+
     bool recover() {
         session_.stream_lost("the received bytes no longer make sense as frames");
         std::vector<unsigned char> rest = engine_->rest();
-        if (session_.longest_recovered == 0) {
+        longest_ = session_.longest_recovered;
+        if (longest_ == 0) {
             session_.counters.unread_bytes += rest.size();
             return false;
         }
@@ -41,10 +54,10 @@ class frame_stream {
     bool scan() {
         std::vector<unsigned char> bytes;
         std::size_t skipped = 0;
-        while (scanning_ && scanner_.find(session_.longest_recovered, bytes, skipped)) {
+        while (scanning_ && scanner_.find(longest_, bytes, skipped)) {
             engine_.emplace(sink_, engine_->last_seq());
             session_.stream_found();
-            scanning_ = !engine_->take(std::move(bytes));
+            scanning_ = !feed(std::move(bytes));
             if (scanning_) {
                 session_.stream_lost("the received bytes no longer make sense as frames");
                 scanner_.begin(engine_->rest());
@@ -59,6 +72,7 @@ class frame_stream {
     std::optional<receive_engine> engine_;
     recovery_scanner scanner_;
     bool scanning_ = false;
+    std::size_t longest_ = 0; // while scanning
 };
 
 } // namespace jorvet::core

@@ -188,8 +188,14 @@ std::vector<unsigned char> receive_engine::rest() const {
     std::vector<unsigned char> bytes;
     if (!partial_.empty())
         bytes.assign(partial_.begin() + 1, partial_.end());
-    bytes.insert(bytes.end(), packet_.begin() + static_cast<std::ptrdiff_t>(rest_), packet_.end());
+    if (stopped_)
+        bytes.insert(bytes.end(), packet_.begin() + static_cast<std::ptrdiff_t>(rest_), packet_.end());
     return bytes;
+}
+
+std::size_t receive_engine::pending_length() const {
+    const bool known = in_frame_ && partial_.size() >= header_size(partial_[0]);
+    return known ? length_of(partial_.data()) : 0;
 }
 
 void receive_engine::put_previous_in_front(std::size_t& i) {

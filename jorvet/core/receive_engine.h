@@ -97,8 +97,11 @@ class receive_engine {
     bool take(std::vector<unsigned char> packet);
 
     unsigned char last_seq() const { return last_seq_; } // of the last event handed over
-    // After it has stopped: the bytes in which frames may stand yet. They begin behind the start byte of the last frame
-    // if that was discarded, and otherwise with the byte that belonged to no frame.
+    // Of the frame that is not whole yet: its length field, 0 when there is none.
+    std::size_t pending_length() const;
+    // When the stream is lost, or the frame that is not whole yet is to be given up: the bytes in which frames may
+    // stand yet. They begin behind the start byte of the last frame if that was discarded or is not whole, and
+    // otherwise with the byte that belonged to no frame.
     std::vector<unsigned char> rest() const;
 
   private:
