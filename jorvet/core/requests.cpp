@@ -15,7 +15,10 @@ unsigned int CJorvet::run_request(const jorvet::protocol::request& rq, bool with
         return JV_ERR_NO_COM;
     boost::unique_lock<boost::mutex> running(m_rq_mutex);
     const jorvet::core::session::turn_end ending{*m_session, running};
-    arm_reply(rq.kind.command);
+    {
+        const boost::unique_lock<boost::mutex> lock(m_reply_mutex);
+        arm_reply(rq.kind.command);
+    }
     std::vector<unsigned char> frame = jorvet::protocol::build_frame(rq, with_crc);
     if (const unsigned int status = m_session->send(frame))
         return status;
@@ -32,9 +35,8 @@ unsigned int CJorvet::run_request(const jorvet::protocol::request& rq, bool with
     return code_of(m_reply_status);
 }
 
-// From here on a reply is the one to this command.
+// From here on a reply is the one to this command. The caller holds m_reply_mutex.
 void CJorvet::arm_reply(unsigned char command) {
-    const boost::unique_lock<boost::mutex> lock(m_reply_mutex);
     m_rq_cmd = command;
     m_reply_ready = false;
     m_last_status = JV_OK;

@@ -173,7 +173,7 @@ class session final : public com::link_observer {
     void wake_all();
     unsigned why_not_receiving() const;
     unsigned take_turn(boost::unique_lock<boost::mutex>& turn, deadline until);
-    unsigned await_silence(std::uint64_t& stale);
+    unsigned arm_in_silence(unsigned char command, std::uint64_t& stale);
     unsigned await_reply(deadline until, unsigned timeout_status, answer& result);
     unsigned try_connect(const com::device_check& fits, bool& mistaken);
     bool pause(deadline until, std::uint32_t milliseconds);

@@ -46,9 +46,8 @@ unsigned session::request(const protocol::request& rq, bool with_crc, std::uint3
     drop_kept();
     if (const unsigned status = why_not_receiving())
         return status;
-    if (const unsigned status = await_silence(result.stale))
+    if (const unsigned status = arm_in_silence(rq.kind.command, result.stale))
         return status;
-    owner_.arm_reply(rq.kind.command);
     std::vector<unsigned char> frame = protocol::build_frame(rq, with_crc);
     unsigned status = JV_OK;
     {
@@ -89,8 +88,9 @@ void session::reply_came() {
     ++counters.replies;
 }
 
-// Drops what is queued, and after a time-out what comes until it has been quiet for long enough.
-unsigned session::await_silence(std::uint64_t& stale) {
+// Drops what is queued, and after a time-out what comes until it has been quiet for long enough. What comes from then
+// on counts as the reply.
+unsigned session::arm_in_silence(unsigned char command, std::uint64_t& stale) {
     lock held(owner_.m_reply_mutex);
     for (;;) {
         stale += owner_.m_reply_frames.size();
@@ -107,6 +107,7 @@ unsigned session::await_silence(std::uint64_t& stale) {
         silence.wait(reply_cond_, held);
     }
     timed_out_ = false;
+    owner_.arm_reply(command);
     return JV_OK;
 }
 
