@@ -278,6 +278,7 @@ TEST_P(Session, HandsOutEventsOldestFirstWithAllThatIsKnownOfThem) {
 }
 
 TEST_P(Session, PacksManyEventsIntoOneBuffer) {
+    state_of(jorvet); // from now on arrivals are noted
     board.send("40 01 00 A000 0000 40 01 02 A000 0003 010203 40 01 03 A000 0010 00010203040506070809101112131415");
     receive_reply();
     alignas(8) unsigned char room[160];
