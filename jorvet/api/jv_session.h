@@ -268,7 +268,7 @@ JV_API unsigned int JV_CALL jv_set_log(CJorvet* instance, unsigned int level, jv
 typedef void(JV_CALL* jv_tap_function)(void* context, unsigned int direction, const void* bytes, size_t count,
                                        int64_t monotonic_ns, int64_t utc_ns);
 /* Shows `tap` each packet: of the board as the receive engine gets it, before its frames are queued, and each request
- * that was sent whole, once it was. Null ends it. Otherwise as jv_set_log. */
+ * right before it is sent, so that it stands before its reply. Null ends it. Otherwise as jv_set_log. */
 JV_API unsigned int JV_CALL jv_set_tap(CJorvet* instance, jv_tap_function tap, void* context);
 
 /* ---- Recovery ---- */

@@ -254,16 +254,15 @@ void session::packet_done() {
 
 unsigned session::send(std::vector<unsigned char>& frame) {
     ++counters.requests;
-    const unsigned status = owner_.m_com->write(frame.data(), static_cast<unsigned>(frame.size()));
-    if (status != JV_OK)
-        return status;
-    counters.bytes_sent += frame.size();
-    if (tap_.is_set()) {
-        const stamp sent = stamp::now();
-        tap_.call(unsigned{JV_TO_BOARD}, static_cast<const void*>(frame.data()), frame.size(), sent.monotonic_ns,
-                  sent.utc_ns);
+    if (tap_.is_set()) { // before its reply can come
+        const stamp now = stamp::now();
+        tap_.call(unsigned{JV_TO_BOARD}, static_cast<const void*>(frame.data()), frame.size(), now.monotonic_ns,
+                  now.utc_ns);
     }
-    return JV_OK;
+    const unsigned status = owner_.m_com->write(frame.data(), static_cast<unsigned>(frame.size()));
+    if (status == JV_OK)
+        counters.bytes_sent += frame.size();
+    return status;
 }
 
 void session::set_log(unsigned level, log_function function, void* context) {
