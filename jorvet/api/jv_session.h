@@ -229,7 +229,8 @@ JV_API unsigned int JV_CALL jv_event_handle(CJorvet* instance, void** handle);
 
 /* Ends every session function that waits on the instance, and those that follow, with JV_ERR_CANCELLED, until jv_resume
  * or the next connect, and returns when all have left. The waits of jorvet_api.h and of CJorvet are not ended: they end
- * by their own time-outs. A request that is being written to a bridge ends within its 100 ms. */
+ * by their own time-outs. A request that is being written to a bridge ends within its 100 ms. So a program ends an
+ * instance: jv_cancel, then join the threads that used it, then JVCloseInstance, after which no call may enter. */
 JV_API unsigned int JV_CALL jv_cancel(CJorvet* instance);
 JV_API unsigned int JV_CALL jv_resume(CJorvet* instance);
 
