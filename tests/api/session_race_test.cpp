@@ -1,5 +1,6 @@
 // Any calls from three threads on one instance, while its board misbehaves; connecting and closing only while the
 // others are out.
+#include <optional>
 #include <random>
 
 #include "tests/support/process_resources.h"
@@ -70,12 +71,13 @@ INSTANTIATE_TEST_SUITE_P(, SessionRace, ::testing::Values(Behind::bridge, Behind
 
 TEST_P(SessionRace, HasNoOrderOfCallsThatHangsOrBreaks) {
     dice random(4711);
-    CJorvet jorvet(kind_of(GetParam()));
-    jorvet.set_timeout_for_reply(5);
     std::thread([] {}).join(); // brings a sanitizer's own thread to life
     std::thread([] {}).join(); // a sanitizer starts a thread of its own beside the first one
     const DWORD handles = handles_in_process();
     const std::ptrdiff_t threads = threads_in_process();
+    std::optional<CJorvet> instance(std::in_place, kind_of(GetParam()));
+    CJorvet& jorvet = *instance;
+    jorvet.set_timeout_for_reply(5);
     for (int round = 0; round < rounds(); ++round) {
         plugged_board board(GetParam());
         const auto choice = sized<jv_device_choice>();
@@ -102,7 +104,7 @@ TEST_P(SessionRace, HasNoOrderOfCallsThatHangsOrBreaks) {
             EXPECT_FALSE(jorvet.is_open());
         }
     }
-    jorvet.connect(0); // nothing is there: lets go of the last device
+    instance.reset();
     EXPECT_EQ(handles_in_process(), handles);
     EXPECT_TRUE(eventually([&] { return threads_in_process() == threads; })) << "threads left";
 }
