@@ -1,6 +1,8 @@
 // The records of the session functions, ready for a call, and short forms of the calls.
 #pragma once
 
+#include <cstring>
+
 #include "jorvet/api/jv_session.h"
 #include "tests/support/connected_board.h"
 
@@ -15,6 +17,7 @@ Record sized() {
 
 inline jv_state_record state_of(CJorvet& instance) {
     auto record = sized<jv_state_record>();
+    std::memset(record.cause, '#', sizeof(record.cause));
     EXPECT_EQ(jv_state(&instance, &record), JV_OK);
     return record;
 }
