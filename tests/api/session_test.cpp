@@ -16,8 +16,6 @@ namespace {
 using Session = EachLink;
 INSTANTIATE_TEST_SUITE_P(, Session, ::testing::Values(Behind::bridge, Behind::high_speed_controller));
 
-// ---- State ----
-
 TEST_P(Session, TellsItsStateThroughConnectsAndLosses) {
     CJorvet other(kind_of(GetParam()));
     const auto expect = [&](jv_link_state state, std::uint64_t changes, const char* cause, unsigned int code) {
@@ -82,8 +80,6 @@ TEST_P(Session, IsOutOfMemoryWhereItsThreadFailed) {
     std::this_thread::sleep_for(milliseconds(60)); // a bridge's link closes itself meanwhile
     EXPECT_EQ(state_of(jorvet).state, unsigned{JV_LINK_OUT_OF_MEMORY});
 }
-
-// ---- Requests ----
 
 TEST_P(Session, RequestsBringBackTheWholeAnswer) {
     const struct {
@@ -193,8 +189,6 @@ TEST_P(Session, EndsWaitsByTheirTimeouts) {
     EXPECT_EQ(taken().from(jorvet, JV_NO_LIMIT), JV_OK);
 }
 
-// ---- Cancelling ----
-
 TEST_P(Session, IsCancelledInEveryWaitUntilItIsResumed) {
     sim::reply_plan silence;
     silence.silent = true;
@@ -252,8 +246,6 @@ TEST_P(Session, EndsItsWaitsWhenTheDeviceGoes) {
     EXPECT_EQ(asked(JV_READ_SN, JV_NO_LIMIT).of(jorvet), JV_ERR_DEVICE_LOST);
     EXPECT_EQ(event.get(), JV_ERR_DEVICE_LOST);
 }
-
-// ---- Events ----
 
 TEST_P(Session, HandsOutEventsOldestFirstWithAllThatIsKnownOfThem) {
     EXPECT_EQ(taken().from(jorvet, 0), JV_ERR_EVENT_TIMEOUT); // from now on arrivals are noted
@@ -374,8 +366,6 @@ TEST_P(Session, IsReadyForAnEventLoopWhileThereIsSomethingToSee) {
               JV_ERR_NOT_SUPPORTED);
 }
 
-// ---- Insight ----
-
 struct told {
     CJorvet* jorvet;
     std::string text;
@@ -434,8 +424,6 @@ TEST_P(Session, ShowsItsTapWhatCrossesTheLink) {
     EXPECT_EQ(jorvet.rq_get_mode(0, false), JV_OK);
     EXPECT_EQ(heard.text, ">0200000<000012>0200000<000012");
 }
-
-// ---- Arguments ----
 
 TEST_P(Session, RefusesArgumentsThatCannotBe) {
     asked no_kind(0x99), no_data(JV_WRITE_BY_ID), too_long(JV_WRITE_BY_ID), no_room(JV_READ_SN), old(JV_READ_SN);
