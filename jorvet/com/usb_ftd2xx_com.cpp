@@ -41,14 +41,13 @@ unsigned int CUsbFtd2xxCom::load() {
 void CUsbFtd2xxCom::init_mapping_error() {
     if (m_mapping_error_done)
         return;
-    m_mapping_error[FT_OK] = JV_OK;
     for (FT_STATUS status = FT_INVALID_HANDLE; status < d2xx_statuses; ++status)
         m_mapping_error[static_cast<unsigned short>(status)] =
             JV_ERR_FTDI_INVALID_HANDLE + (status - FT_INVALID_HANDLE);
     m_mapping_error_done = true;
 }
 
-// A status that the table lacks counts as success.
+// A status that the table lacks, FT_OK among them, counts as success.
 unsigned int CUsbFtd2xxCom::mapped(unsigned int d2xx_status) const {
     const auto found = m_mapping_error.find(static_cast<unsigned short>(d2xx_status & 0xFFFF));
     return found != m_mapping_error.end() ? found->second : static_cast<unsigned int>(JV_OK);
@@ -273,10 +272,8 @@ bool CUsbFtd2xxCom::listen_once(jorvet::com::link_end& why) try {
         if (count > 0)
             return true;
     }
-    DWORD received = 0;
-    DWORD to_send = 0;
-    DWORD events = 0;
-    return noted("FT_GetStatus", FT_GetStatus(m_com_handle, &received, &to_send, &events)) == JV_OK;
+    DWORD unused[3]{};
+    return noted("FT_GetStatus", FT_GetStatus(m_com_handle, &unused[0], &unused[1], &unused[2])) == JV_OK;
 } catch (...) { // whatever it is, going on would lose bytes
     why = jorvet::com::link_end::out_of_memory;
     return false;

@@ -188,6 +188,7 @@ TEST_P(CypressCom, DeliversWhatAFailedTransferBroughtAndThenListensNoMore) {
         another.send("05");
         std::this_thread::sleep_for(milliseconds(20));
         EXPECT_TRUE(com.is_open() && com.read_input_data().empty());
+        EXPECT_EQ(another.controller->state().endpoint_resets, 4u) << "three when it was opened";
     }
 }
 
