@@ -44,10 +44,17 @@ unsigned int CAbstractCom::get_rx_bytes() {
 }
 
 std::vector<unsigned char> CAbstractCom::read_input_data() {
-    const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
-    std::vector<unsigned char> bytes(m_rx_buffer);
-    m_rx_buffer.clear(); // keeps its capacity for the next delivery
+    std::vector<unsigned char> bytes;
+    take_input_data(bytes);
     return bytes;
+}
+
+void CAbstractCom::take_input_data(std::vector<unsigned char>& bytes) {
+    bytes.clear();
+    if (bytes.capacity() > max_unread) // of a burst
+        bytes.shrink_to_fit();
+    const boost::unique_lock<boost::mutex> lock(m_rx_mutex);
+    m_rx_buffer.swap(bytes);
 }
 
 bool CAbstractCom::wait_for_rx_bytes() {

@@ -65,6 +65,9 @@ class JV_API CAbstractCom {
     boost::shared_ptr<CComInfo> get_com_info();
     // Takes every received byte, oldest first; empty when there is none. For the consumer.
     std::vector<unsigned char> read_input_data();
+    // The same into `bytes`, which loses what it held; the receive buffer gets its memory. Without an allocation for a
+    // consumer that passes the same vector again and again. Not exported.
+    void take_input_data(std::vector<unsigned char>& bytes);
     // Waits for bytes, at most 30 ms; each wake-up without bytes restarts the 30 ms, which bound how long the consumer
     // goes without looking at its own stop flag. True when bytes have arrived since the last true; false on a time-out,
     // on wake_consumer, and at once while the listening thread is being stopped. For the consumer.

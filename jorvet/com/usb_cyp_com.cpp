@@ -278,7 +278,6 @@ void CUsbCypCom::listen() {
     listening_began();
     do {
         transfer.wait(wait_ms);
-        std::fill(next.begin(), next.end(), 0); // bytes that a driver claims but does not write read as 0
         LONG length = 0;
         const bool ok = transfer.finish(&length);
         // Evaluated here because the next start overwrites the status words.
@@ -293,6 +292,7 @@ void CUsbCypCom::listen() {
         if (length != 0 && !m_rx_failed)
             deliver_from(current, static_cast<std::size_t>(length));
         ++m_cp_listening_loop;
+        current.assign(max_delivery, 0); // bytes that a driver claims but does not write read as 0
         current.swap(next);
         if (m_rx_failed)
             m_listening_stopped = true;
@@ -301,10 +301,15 @@ void CUsbCypCom::listen() {
     } while (!m_listening_stopped);
 }
 
-void CUsbCypCom::deliver_from(const std::vector<unsigned char>& bytes, std::size_t count) {
+// Hands `bytes` over when nothing is untaken, and leaves the memory that the consumer is done with in its place.
+void CUsbCypCom::deliver_from(std::vector<unsigned char>& bytes, std::size_t count) {
+    bytes.resize(count);
     boost::unique_lock<boost::mutex> lock(m_rx_mutex);
     deliver(lock, count, [&](std::vector<unsigned char>& buffer) {
-        buffer.insert(buffer.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
+        if (buffer.empty())
+            buffer.swap(bytes);
+        else
+            buffer.insert(buffer.end(), bytes.begin(), bytes.end());
         return true;
     });
 }

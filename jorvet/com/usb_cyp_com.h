@@ -75,7 +75,7 @@ class JV_API CUsbCypCom final : public CAbstractCom {
   private:
     unsigned int open_device(unsigned char index, const jorvet::com::device_check& wanted);
     void listen();
-    void deliver_from(const std::vector<unsigned char>& bytes, std::size_t count);
+    void deliver_from(std::vector<unsigned char>& bytes, std::size_t count);
 
     CCyUSBDevice m_device;
 };

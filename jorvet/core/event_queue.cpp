@@ -16,8 +16,8 @@ void event_queue::packet_arrived(const stamp& arrival) {
         ++demands_;
 }
 
-void event_queue::noted(unsigned lost) {
-    const std::uint64_t place = end() - 1;
+void event_queue::noted(std::size_t count, unsigned lost) {
+    const std::uint64_t place = end() - count;
     if (lost != 0)
         gaps_.push_back({place, lost});
     if (stamped_ && (packets_.empty() || packets_.back().arrival.monotonic_ns != arrival_.monotonic_ns))

@@ -33,9 +33,10 @@ class event_queue {
 
     // The stamp of the events that are pushed next; from the first call on, events have stamps.
     void packet_arrived(const stamp& arrival);
-    // Has a record been appended, then `noted` takes down what is known of it, and keeps the limit. It need not be
-    // called when no event is missing before that one and the queue is plain.
-    void noted(unsigned lost);
+    // Have `count` records of one packet been appended, then `noted` takes down what is known of them, and keeps the
+    // limit; `lost` events are missing before the first of them. It need not be called when none is missing and the
+    // queue is plain.
+    void noted(std::size_t count, unsigned lost);
     bool plain() const { return demands_ == 0; }
     // One more, or one less, who is to be told of each event.
     void watched() { ++demands_; }

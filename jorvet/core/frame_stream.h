@@ -15,20 +15,20 @@ class frame_stream {
   public:
     frame_stream(receive_sink& sink, session& told) : sink_(sink), session_(told) { engine_.emplace(sink_); }
 
-    // One packet. False: the stream is lost for good.
-    bool take(std::vector<unsigned char> packet) {
+    // One packet; leaves memory to be filled again in its place. False: the stream is lost for good.
+    bool take(std::vector<unsigned char>& packet) {
         if (scanning_) {
             scanner_.add(packet);
             return scan();
         }
-        return feed(std::move(packet)) || recover();
+        return feed(packet) || recover();
     }
 
   private:
     // False when the stream is lost. With recovery on, the beginning of a frame that is too long is a loss as well:
     // waiting for its end would swallow the frames in it.
-    bool feed(std::vector<unsigned char> packet) {
-        if (!engine_->take(std::move(packet)))
+    bool feed(std::vector<unsigned char>& packet) {
+        if (!engine_->take(packet))
             return false;
         const std::size_t longest = session_.longest_recovered;
         if (longest == 0 || engine_->pending_length() <= longest)
@@ -57,7 +57,7 @@ class frame_stream {
         while (scanning_ && scanner_.find(longest_, bytes, skipped)) {
             engine_.emplace(sink_, engine_->last_seq());
             session_.stream_found();
-            scanning_ = !feed(std::move(bytes));
+            scanning_ = !feed(bytes);
             if (scanning_) {
                 session_.stream_lost("the received bytes no longer make sense as frames");
                 scanner_.begin(engine_->rest());

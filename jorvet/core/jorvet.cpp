@@ -8,18 +8,15 @@
 #include <boost/chrono/duration.hpp>
 #include <boost/make_shared.hpp>
 
-#include "jorvet/base/diagnostics.h"
 #include "jorvet/base/kinds.h"
 #include "jorvet/base/status.h"
 #include "jorvet/com/usb_cyp_com.h"
 #include "jorvet/com/usb_ftd2xx_com.h"
 #include "jorvet/core/board_status.h"
-#include "jorvet/core/context_report.h"
-#include "jorvet/core/frame_records.h"
 #include "jorvet/core/frame_stream.h"
+#include "jorvet/core/receiver.h"
 #include "jorvet/core/session.h"
 #include "jorvet/protocol/crc.h"
-#include "jorvet/protocol/request_frame.h"
 #include "jorvet/system/win32.h"
 
 namespace jorvet::core {
@@ -190,83 +187,6 @@ bool CJorvet::crc_calc(IProtocol::REPLY_FRAME* frame) {
     return frame->crc == IProtocol::getCRC_CCITT(bytes);
 }
 
-// Runs on the background thread: makes the record of each frame and queues it. Notifies after unlocking.
-class CJorvet::receiver final : public jorvet::core::receive_sink {
-  public:
-    explicit receiver(CJorvet& instance) : jorvet_(instance), session_(*instance.m_session), events_(session_.events) {}
-
-    void event(jorvet::core::event_view frame, unsigned lost) override {
-        auto record = jorvet::core::make_event(frame);
-        ++jorvet_.m_event_count;
-        {
-            const boost::unique_lock<boost::mutex> lock(jorvet_.m_event_mutex);
-            jorvet_.m_event_frames.push_back(std::move(record));
-            jorvet_.m_event_ready = true;
-            if (lost != 0 || !events_.plain())
-                note_event(lost);
-        }
-        jorvet_.m_event_cond.notify_one();
-    }
-
-    void reply(jorvet::core::reply_view frame) override {
-        auto record = jorvet::core::make_reply(frame);
-        if (record->status == jorvet::protocol::board_success && record->length == 1)
-            learn_mode(record->data[0]);
-        bool awaited = false;
-        {
-            const boost::unique_lock<boost::mutex> lock(jorvet_.m_reply_mutex);
-            jorvet_.m_reply_status = record->status;
-            jorvet_.m_reply_frames.push_back(std::move(record));
-            jorvet_.m_reply_ready = true;
-            session_.reply_came();
-            awaited = session_.awaits_reply();
-        }
-        jorvet_.m_reply_cond.notify_one();
-        if (awaited)
-            session_.reply_queued();
-    }
-
-    void context_lost(const jorvet::core::context_loss& loss) override {
-        const std::string text = jorvet::core::describe(loss);
-        jorvet::diagnostics::write(text);
-        session_.log(JV_LOG_ERRORS, text);
-    }
-
-    bool wants_reports() const override { return jorvet::diagnostics::listening() || session_.logs(JV_LOG_ERRORS); }
-
-    void frame_discarded() override { ++session_.counters.discarded_frames; }
-
-    void stream_broken(bool goes_on) override {
-        ++session_.counters.stream_losses;
-        if (goes_on)
-            ++session_.counters.resynchronisations;
-    }
-
-  private:
-    // Of the event queued last, still under the lock.
-    void note_event(unsigned lost) {
-        jorvet_.m_lost_events += lost;
-        events_.noted(lost);
-        session_.event_queued();
-    }
-
-    // From the data of a good reply, before whoever waits for it sees it.
-    void learn_mode(unsigned char mode) {
-        {
-            const boost::unique_lock<boost::mutex> lock(jorvet_.m_reply_mutex);
-            if (jorvet_.m_rq_cmd != jorvet::protocol::requests::get_mode.command)
-                return;
-            jorvet_.m_mode = mode;
-        }
-        if (mode == jorvet::core::deaf_mode)
-            session_.deaf();
-    }
-
-    CJorvet& jorvet_;
-    jorvet::core::session& session_;
-    jorvet::core::event_queue& events_;
-};
-
 void CJorvet::m_bkgd_thread_loop() try {
     m_lost_events = 0;
     m_event_count = 0;
@@ -277,18 +197,19 @@ void CJorvet::m_bkgd_thread_loop() try {
     m_last_status = JV_OK;
     SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_HIGHEST);
 
-    receiver sink(*this);
+    jorvet::core::receiver sink(*this);
     jorvet::core::frame_stream stream(sink, *m_session);
+    std::vector<unsigned char> packet;
     while (!m_stop_thread && m_com->is_open()) {
         if (!m_com->wait_for_rx_bytes()) {
             boost::this_thread::sleep_for(boost::chrono::milliseconds(2));
             continue;
         }
-        std::vector<unsigned char> packet = m_com->read_input_data();
+        m_com->take_input_data(packet);
         if (m_mode == jorvet::core::deaf_mode)
             continue;
         m_session->packet_received(packet);
-        const bool goes_on = stream.take(std::move(packet));
+        const bool goes_on = stream.take(packet);
         m_session->packet_done();
         if (!goes_on) {
             m_com->set_unread(true);

@@ -30,8 +30,9 @@ namespace jorvet::com {
 struct attached_device;
 }
 namespace jorvet::core {
+class receiver;
 class session;
-}
+} // namespace jorvet::core
 
 class JV_API CJorvet {
   public:
@@ -118,7 +119,7 @@ class JV_API CJorvet {
     unsigned char mode() const { return m_mode; }
 
   private:
-    class receiver; // queues what the receive engine finds
+    friend class jorvet::core::receiver; // queues what the receive engine finds
     friend class jorvet::core::session;
 
     unsigned int connect_checked(unsigned char index,

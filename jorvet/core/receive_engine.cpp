@@ -26,7 +26,7 @@ std::size_t size_if_whole(const unsigned char* bytes, std::size_t available) {
 
 // Whether a complete frame counts when this byte follows it.
 bool may_follow(unsigned char byte) {
-    return byte == separator || is_board_start(byte);
+    return is_board_start(byte) || byte == separator;
 }
 
 // Whether eight bytes or more at `bytes` look like the start of an event frame worth going on from.
@@ -39,24 +39,22 @@ bool is_fresh_start(const unsigned char* bytes) {
 
 } // namespace
 
-bool receive_engine::take(std::vector<unsigned char> packet) {
+bool receive_engine::take(std::vector<unsigned char>& packet) {
     if (stopped_)
         return false;
-    packet_ = std::move(packet);
+    packet_.swap(packet);
     joined_ = false;
     dropped_ = 0;
     run_start_ = 0;
     if (!spanning_)
         last_frame_start_ = 0;
 
-    for (std::size_t i = 0; i < packet_.size();) {
-        if (!examine(i)) {
-            stopped_ = true;
-            return false;
-        }
-    }
-    keep_packet();
-    return true;
+    for (std::size_t i = 0; i < packet_.size() && !stopped_;)
+        stopped_ = !examine(i);
+    sink_.packet_ended();
+    if (!stopped_)
+        keep_packet();
+    return !stopped_;
 }
 
 bool receive_engine::examine(std::size_t& i) {
@@ -201,7 +199,8 @@ std::size_t receive_engine::pending_length() const {
 void receive_engine::put_previous_in_front(std::size_t& i) {
     const std::size_t shift = before_.size();
     before_.insert(before_.end(), packet_.begin(), packet_.end());
-    packet_ = std::move(before_);
+    packet_.swap(before_);
+    before_.clear();
     dropped_ = dropped_before_;
     joined_ = true;
     i += shift;
@@ -247,7 +246,7 @@ void receive_engine::keep_packet() {
     const std::size_t unreachable = joined_ ? std::min(last_frame_start_ - dropped_, packet_.size()) : 0;
     packet_.erase(packet_.begin(), packet_.begin() + static_cast<std::ptrdiff_t>(unreachable));
     dropped_before_ = dropped_ + unreachable;
-    before_ = std::move(packet_);
+    before_.swap(packet_);
 
     for (context_loss::run& run : examined_)
         run = {run.first - size, run.last - size};

@@ -80,6 +80,8 @@ class receive_sink {
     virtual void frame_discarded() {}
     // A byte came that belongs to no frame; the engine goes on with a likely event, or it has stopped.
     virtual void stream_broken(bool /*goes_on*/) {}
+    // Nothing follows before the next packet.
+    virtual void packet_ended() {}
 
   protected:
     ~receive_sink() = default;
@@ -92,9 +94,10 @@ class receive_engine {
     // `last_seq`: the sequence byte of the event before the first one.
     explicit receive_engine(receive_sink& sink, unsigned char last_seq = 0) : sink_(sink), last_seq_(last_seq) {}
 
-    // Examines one packet and keeps it; an empty one counts as a packet. False: the stream is lost and the engine has
-    // stopped; it ignores further packets.
-    bool take(std::vector<unsigned char> packet);
+    // Examines one packet and keeps it; an empty one counts as a packet. Leaves in `packet` what it no longer needs of
+    // an earlier one: memory to fill again. False: the stream is lost and the engine has stopped; it ignores further
+    // packets.
+    bool take(std::vector<unsigned char>& packet);
 
     unsigned char last_seq() const { return last_seq_; } // of the last event handed over
     // Of the frame that is not whole yet: its length field, 0 when there is none.

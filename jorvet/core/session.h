@@ -97,7 +97,7 @@ class session final : public com::link_observer {
     // Whether session functions wait for the reply that is being queued; under m_reply_mutex.
     bool awaits_reply() const { return reply_waiters_ > 0; }
     void reply_queued() { reply_cond_.notify_all(); } // after that was released
-    // An event has been queued, and the queue is not plain; under m_event_mutex.
+    // Events have been queued, and the queue is not plain; under m_event_mutex.
     void event_queued() {
         events_changed();
         if (event_waiters_ > 0)
@@ -109,7 +109,11 @@ class session final : public com::link_observer {
             readiness_.update(readiness_flag::event_queued, events.size() > 0);
     }
     // A reply was queued; under m_reply_mutex.
-    void reply_came();
+    void reply_came() {
+        ++counters.replies;
+        if (timed_out_)
+            silent_since_ = boost::chrono::steady_clock::now();
+    }
 
     event_queue events; // guarded by CJorvet's m_event_mutex
     session_counters counters;

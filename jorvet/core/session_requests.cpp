@@ -82,12 +82,6 @@ session::turn_end::~turn_end() {
     of.changed_.notify_all();
 }
 
-void session::reply_came() {
-    if (timed_out_)
-        silent_since_ = boost::chrono::steady_clock::now();
-    ++counters.replies;
-}
-
 // Drops what is queued, and after a time-out what comes until it has been quiet for long enough. What comes from then
 // on counts as the reply.
 unsigned session::arm_in_silence(unsigned char command, std::uint64_t& stale) {

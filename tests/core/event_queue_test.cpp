@@ -61,14 +61,17 @@ TEST(EventQueue, TellsOfEachEventWhatAPlainListWould) {
             if (what < 60) {
                 if (round % 2 == 0 && random() % 4 == 0)
                     queue.packet_arrived(now = {step + 1, 2 * step});
-                for (unsigned burst = random() % (round % 10 == 0 ? 60 : 4); burst > 0; --burst) {
+                for (unsigned left = random() % (round % 10 == 0 ? 60 : 4); left > 0;) {
+                    const unsigned batch = 1 + random() % left;
                     const unsigned lost = random() % 5 == 0 ? random() % 256 : 0;
-                    auto record = boost::make_shared<IProtocol::EVENT_FRAME>();
-                    record->length = static_cast<unsigned short>(++number);
-                    records.push_back(record);
+                    for (unsigned event = 0; event < batch; ++event) {
+                        records.push_back(boost::make_shared<IProtocol::EVENT_FRAME>());
+                        records.back()->length = static_cast<unsigned short>(++number);
+                        expected.push(number, event == 0 ? lost : 0, now);
+                    }
                     if (lost != 0 || !queue.plain())
-                        queue.noted(lost);
-                    expected.push(number, lost, now);
+                        queue.noted(batch, lost);
+                    left -= batch;
                 }
             } else if (what < 62) {
                 expected.limit = random() % 3 == 0 ? SIZE_MAX : 1 + random() % 20;
@@ -108,7 +111,7 @@ TEST(EventQueue, TakesTheOldestOfMany) {
     std::size_t longest = 0;
     for (int i = 0; i < 1000000; ++i) {
         records.push_back(one);
-        queue.noted(1);
+        queue.noted(1, 1);
         queue.take_oldest(facts);
         longest = std::max(longest, records.size());
     }

@@ -27,7 +27,8 @@ struct Stream {
         for (auto from = bytes.begin(); from != bytes.end();) {
             const auto left = static_cast<std::size_t>(bytes.end() - from);
             const auto to = from + static_cast<std::ptrdiff_t>(std::min(left, 1 + random() % longest_packet));
-            ASSERT_TRUE(stream.take({from, to}));
+            byte_vector packet(from, to);
+            ASSERT_TRUE(stream.take(packet));
             from = to;
         }
     }

@@ -39,7 +39,7 @@ struct outcome {
 class recorded_engine final : core::receive_sink {
   public:
     outcome result;
-    void take(const byte_vector& packet) {
+    void take(byte_vector packet) {
         if (running_ && !(running_ = engine_.take(packet)))
             result.add("stopped");
     }
