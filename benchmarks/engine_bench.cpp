@@ -1,13 +1,19 @@
 // The receive engine and the CRC against floors measured in the same run. Streams are prepared outside the timed part.
 #include <chrono>
+#include <functional>
+#include <iterator>
 
 #include <benchmark/benchmark.h>
 #include <boost/crc.hpp>
+#include <boost/make_shared.hpp>
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
+#include <boost/thread/thread.hpp>
 
-#include "jorvet/core/frame_records.h"
+#include "jorvet/base/kinds.h"
+#include "jorvet/core/jorvet.h"
 #include "jorvet/core/receive_engine.h"
+#include "jorvet/core/receiver.h"
 #include "jorvet/protocol/crc.h"
 
 namespace {
@@ -15,53 +21,81 @@ namespace {
 using namespace jorvet::core;
 using byte_vector = std::vector<unsigned char>;
 
-constexpr std::size_t header_size = 7;
 constexpr std::size_t delivery = 65536; // bytes: the most that a link hands over at once
 
-// As many frames as fit into one delivery.
-std::size_t frames_in_delivery(std::size_t payload) {
-    return delivery / (header_size + payload);
-}
+// malloc and locks are cheaper in a process that has one thread, which the library's never has.
+struct idle_thread {
+    boost::mutex mutex;
+    boost::condition_variable never;
+    boost::thread thread{[this] {
+        boost::unique_lock<boost::mutex> lock(mutex);
+        for (;;)
+            never.wait(lock);
+    }};
+    ~idle_thread() {
+        thread.interrupt();
+        thread.join();
+    }
+} const idle;
 
-byte_vector event_frames(std::size_t payload, std::size_t count) {
+// What the two kinds of frames differ in here.
+struct events {
+    using record = IProtocol::EVENT_FRAME;
+    static constexpr std::size_t header_size = 7;
+    static constexpr bool batched = true;
+    static auto take_all(CJorvet& instance) { return instance.read_event_frames(); }
+};
+struct replies {
+    using record = IProtocol::REPLY_FRAME;
+    static constexpr std::size_t header_size = 5;
+    static constexpr bool batched = false;
+    static auto take_all(CJorvet& instance) { return instance.read_reply_frames(); }
+};
+
+template <typename Kind>
+byte_vector frames_of(std::size_t payload, std::size_t count) {
     byte_vector stream;
     for (std::size_t i = 0; i < count; ++i) {
-        const unsigned char header[header_size] = {0x40,
-                                                   2,
-                                                   static_cast<unsigned char>(i),
-                                                   0xA0,
-                                                   0,
-                                                   static_cast<unsigned char>(payload >> 8),
-                                                   static_cast<unsigned char>(payload)};
-        stream.insert(stream.end(), header, header + header_size);
+        if (Kind::header_size == 7)
+            stream.insert(stream.end(), {0x40, 2, static_cast<unsigned char>(i)});
+        else
+            stream.push_back(0x80);
+        stream.insert(stream.end(),
+                      {0xA0, 0, static_cast<unsigned char>(payload >> 8), static_cast<unsigned char>(payload)});
         stream.resize(stream.size() + payload, 0x5A);
     }
     return stream;
 }
 
+// As many frames as fit into one delivery.
+template <typename Kind>
+std::size_t frames_in_delivery(std::size_t payload) {
+    return delivery / (Kind::header_size + payload);
+}
+
 // A queue as the instance has it.
-struct event_queue {
-    std::vector<boost::shared_ptr<IProtocol::EVENT_FRAME>> frames;
+template <typename Record>
+struct record_queue {
+    std::vector<boost::shared_ptr<Record>> frames;
     boost::mutex mutex;
     boost::condition_variable arrived;
     bool ready = false;
 
-    void push(boost::shared_ptr<IProtocol::EVENT_FRAME> record) {
+    template <typename Append>
+    void add(Append append) {
         {
             const boost::unique_lock<boost::mutex> lock(mutex);
-            frames.push_back(std::move(record));
+            append(frames);
             ready = true;
         }
         arrived.notify_one();
     }
-};
-
-struct queueing_sink final : receive_sink {
-    event_queue queue;
-    void reply(reply_view) override {}
-    void event(event_view frame, unsigned) override { queue.push(make_event(frame)); }
-    void context_lost(const context_loss&) override {}
-    bool wants_reports() const override { return false; }
+    auto take_all() {
+        std::vector<boost::shared_ptr<Record>> taken;
+        const boost::unique_lock<boost::mutex> lock(mutex);
+        taken.swap(frames);
+        return taken;
+    }
 };
 
 struct counting_sink final : receive_sink {
@@ -75,65 +109,104 @@ struct counting_sink final : receive_sink {
     bool wants_reports() const override { return false; }
 };
 
-// Runs `work` on a fresh copy of `stream` per iteration and times it alone; an iteration's time is that of all frames.
+// For callgrind, which counts the instructions inside this function.
+extern "C" [[gnu::noinline]] void measured_part(const std::function<void()>& work) {
+    work();
+    benchmark::ClobberMemory();
+}
+
+constexpr int warm_up = 4; // packets, until every buffer has its size
+
+// Times `work` on one packet after the other, each with the bytes of `stream`; `rest` follows untimed. `work` may put
+// another buffer in the place of its packet. An iteration's time is that of all frames.
 template <typename Work, typename Rest>
-void time_on_copies(benchmark::State& state, std::size_t frames, Work work, Rest rest) {
-    const byte_vector stream = event_frames(static_cast<std::size_t>(state.range(0)), frames);
-    for (auto _ : state) {
-        byte_vector packet;
-        packet.reserve(delivery); // the same block whatever the frames carry: allocating is not what is compared
+void time_packets(benchmark::State& state, const byte_vector& stream, std::size_t frames, Work work, Rest rest) {
+    byte_vector packet;
+    const auto once = [&](auto measure) {
         packet.assign(stream.begin(), stream.end());
+        const std::function<void()> whole = [&] { work(packet); };
         const auto begin = std::chrono::steady_clock::now();
-        work(packet);
+        measure(whole);
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
         rest();
-        state.SetIterationTime(took.count());
-    }
+        return took.count();
+    };
+    for (int i = 0; i < warm_up; ++i)
+        once([](const auto& whole) { whole(); });
+    for (auto _ : state)
+        state.SetIterationTime(once(measured_part));
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(frames));
+    state.counters["frames"] = static_cast<double>(frames);
 }
 
-// The floor: what has to be done for each frame, its place known beforehand.
-void record_floor(benchmark::State& state) {
+// The floor: what has to be done for each frame, its place known beforehand. A lock and a notification for each reply,
+// and for 64 events.
+template <typename Kind>
+void floor_of(benchmark::State& state) {
+    constexpr std::size_t batch = 64;
     const auto payload = static_cast<std::size_t>(state.range(0));
-    event_queue queue;
+    const std::size_t frames = frames_in_delivery<Kind>(payload);
+    record_queue<typename Kind::record> queue;
+    std::vector<boost::shared_ptr<typename Kind::record>> made;
+    made.reserve(batch);
     const auto work = [&](const byte_vector& packet) {
-        for (std::size_t at = header_size; at <= packet.size(); at += payload + header_size) {
-            auto record = boost::make_shared<IProtocol::EVENT_FRAME>();
-            record->data.assign(packet.data() + at, packet.data() + at + payload);
-            queue.push(std::move(record));
+        const unsigned char* data = packet.data() + Kind::header_size;
+        for (std::size_t frame = 0; frame < frames; ++frame, data += payload + Kind::header_size) {
+            auto record = boost::make_shared<typename Kind::record>();
+            record->data.assign(data, data + payload);
+            if constexpr (!Kind::batched) {
+                queue.add([&](auto& all) { all.push_back(std::move(record)); });
+                continue;
+            }
+            made.push_back(std::move(record));
+            if (made.size() < batch && frame + 1 < frames)
+                continue;
+            queue.add([&](auto& all) {
+                all.insert(all.end(), std::make_move_iterator(made.begin()), std::make_move_iterator(made.end()));
+            });
+            made.clear();
         }
     };
-    time_on_copies(state, frames_in_delivery(payload), work, [&] { queue.frames.clear(); });
+    time_packets(state, frames_of<Kind>(payload, frames), frames, work, [&] { queue.take_all(); });
 }
 
+// The engine and the records of an instance, which is not connected.
+template <typename Kind>
 void engine(benchmark::State& state) {
-    queueing_sink sink;
-    receive_engine receiver(sink);
-    const auto work = [&](byte_vector& packet) { receiver.take(std::move(packet)); };
-    time_on_copies(state, frames_in_delivery(static_cast<std::size_t>(state.range(0))), work,
-                   [&] { sink.queue.frames.clear(); });
+    const auto payload = static_cast<std::size_t>(state.range(0));
+    const std::size_t frames = frames_in_delivery<Kind>(payload);
+    CJorvet instance(JV_KIND_FTDI);
+    receiver sink(instance);
+    receive_engine engine(sink);
+    std::size_t taken = 0;
+    time_packets(
+        state, frames_of<Kind>(payload, frames), frames, [&](byte_vector& packet) { engine.take(packet); },
+        [&] { taken = Kind::take_all(instance).size(); });
+    if (taken != frames)
+        state.SkipWithError("frames were lost");
 }
 
 void parse(benchmark::State& state, std::size_t frames) {
     counting_sink sink;
     receive_engine receiver(sink);
-    const auto work = [&](byte_vector& packet) { receiver.take(std::move(packet)); };
-    time_on_copies(state, frames, work, [] {});
+    time_packets(
+        state, frames_of<events>(static_cast<std::size_t>(state.range(0)), frames), frames,
+        [&](byte_vector& packet) { receiver.take(packet); }, [] {});
     benchmark::DoNotOptimize(sink.bytes);
 }
 
 void parse_only(benchmark::State& state) {
-    parse(state, frames_in_delivery(static_cast<std::size_t>(state.range(0))));
+    parse(state, frames_in_delivery<events>(static_cast<std::size_t>(state.range(0))));
 }
 
 // The same few frames a packet whatever they carry, so that payloads can be compared.
 void parse_few(benchmark::State& state) {
-    parse(state, frames_in_delivery(16384));
+    parse(state, frames_in_delivery<events>(16384));
 }
 
 // One frame, arriving in packets of 64 bytes: time for the whole frame.
 void cut_frame(benchmark::State& state) {
-    const byte_vector stream = event_frames(static_cast<std::size_t>(state.range(0)) - header_size, 1);
+    const byte_vector stream = frames_of<events>(static_cast<std::size_t>(state.range(0)) - events::header_size, 1);
     counting_sink sink;
     receive_engine receiver(sink);
     for (auto _ : state) {
@@ -143,7 +216,7 @@ void cut_frame(benchmark::State& state) {
                                  stream.begin() + static_cast<std::ptrdiff_t>(std::min(at + 64, stream.size())));
         const auto begin = std::chrono::steady_clock::now();
         for (byte_vector& packet : packets)
-            receiver.take(std::move(packet));
+            receiver.take(packet);
         state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
     }
     if (sink.frames != static_cast<std::size_t>(state.iterations()))
@@ -168,8 +241,10 @@ void crc_boost(benchmark::State& state) {
 // Side by side, so that a slow stretch of the machine meets both.
 const bool registered = [] {
     for (const int payload : {0, 8, 64, 1024, 16384}) {
-        benchmark::RegisterBenchmark("record_floor", record_floor)->Arg(payload)->UseManualTime();
-        benchmark::RegisterBenchmark("engine", engine)->Arg(payload)->UseManualTime();
+        benchmark::RegisterBenchmark("batch_floor", floor_of<events>)->Arg(payload)->UseManualTime();
+        benchmark::RegisterBenchmark("engine_events", engine<events>)->Arg(payload)->UseManualTime();
+        benchmark::RegisterBenchmark("record_floor", floor_of<replies>)->Arg(payload)->UseManualTime();
+        benchmark::RegisterBenchmark("engine_replies", engine<replies>)->Arg(payload)->UseManualTime();
     }
     return true;
 }();

@@ -19,6 +19,7 @@
 namespace {
 
 using clock_type = std::chrono::steady_clock;
+using byte_vector = std::vector<unsigned char>;
 
 // In a counter: the mean is at the mercy of the scheduler.
 void leave_median(benchmark::State& state, std::vector<double>& times) {
@@ -132,10 +133,23 @@ struct event_buffer {
     }
 };
 
-// From the board's sending of an event to the return of the wait for it, which has begun before.
+byte_vector events_of_8_bytes(unsigned count) {
+    byte_vector bytes;
+    for (unsigned event = 0; event < count; ++event) {
+        for (const unsigned byte : {0x40u, 7u, event & 0xFF, 0xA0u, 0u, 0u, 8u})
+            bytes.push_back(static_cast<unsigned char>(byte));
+        bytes.insert(bytes.end(), 8, 0x11);
+    }
+    return bytes;
+}
+
+// From the board's sending of `count` events at once to the return of the wait for the first of them, which has begun
+// before.
 void event_arrival(benchmark::State& state) {
+    const auto count = static_cast<unsigned>(state.range(0));
+    const byte_vector bytes = events_of_8_bytes(count);
     session link(0);
-    event_buffer taken;
+    event_buffer first;
     station sent;
     clock_type::time_point begin;
     std::atomic<bool> over{false};
@@ -143,15 +157,17 @@ void event_arrival(benchmark::State& state) {
         for (sent.wait(); !over; sent.wait()) {
             std::this_thread::sleep_for(std::chrono::microseconds(200)); // until the other one waits
             begin = clock_type::now();
-            link.bridge->board().send_event({});
+            link.bridge->board().send_raw(bytes);
         }
     });
     unsigned int failures = link.status;
     std::vector<double> times;
     for (auto _ : state) {
         sent.signal();
-        failures |= jv_next_event(&link.instance, &taken.event, 1000);
+        failures |= jv_next_event(&link.instance, &first.event, 1000);
         times.push_back(std::chrono::duration<double>(clock_type::now() - begin).count());
+        for (unsigned taken = 1; taken < count;)
+            taken += static_cast<unsigned>(link.instance.read_event_frames().size());
     }
     over = true;
     sent.signal();
@@ -160,19 +176,13 @@ void event_arrival(benchmark::State& state) {
     if (failures != 0)
         state.SkipWithError("an event did not arrive");
 }
-BENCHMARK(event_arrival)->UseRealTime();
+BENCHMARK(event_arrival)->Arg(1)->Arg(65536 / 15)->UseRealTime();
 
 constexpr unsigned events_each = 1000;
 
 void queue_events(session& link) {
-    std::vector<unsigned char> bytes;
-    for (unsigned event = 0; event < events_each; ++event) {
-        for (const unsigned byte : {0x40u, 7u, event & 0xFF, 0xA0u, 0u, 0u, 8u})
-            bytes.push_back(static_cast<unsigned char>(byte));
-        bytes.insert(bytes.end(), 8, 0x11);
-    }
     const unsigned before = link.instance.event_count();
-    link.bridge->board().send_raw(bytes);
+    link.bridge->board().send_raw(events_of_8_bytes(events_each));
     while (link.instance.event_count() - before < events_each)
         std::this_thread::yield();
 }
