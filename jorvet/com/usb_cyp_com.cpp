@@ -292,7 +292,6 @@ void CUsbCypCom::listen() {
         if (length != 0 && !m_rx_failed)
             deliver_from(current, static_cast<std::size_t>(length));
         ++m_cp_listening_loop;
-        current.assign(max_delivery, 0); // bytes that a driver claims but does not write read as 0
         current.swap(next);
         if (m_rx_failed)
             m_listening_stopped = true;
@@ -301,17 +300,24 @@ void CUsbCypCom::listen() {
     } while (!m_listening_stopped);
 }
 
-// Hands `bytes` over when nothing is untaken, and leaves the memory that the consumer is done with in its place.
+// Hands `bytes` over when nothing is untaken, which leaves the memory that the consumer is done with in their place,
+// and copies them otherwise and when they are few. `bytes` are zeros again afterwards, so that bytes that a driver
+// claims but does not write read as 0.
 void CUsbCypCom::deliver_from(std::vector<unsigned char>& bytes, std::size_t count) {
-    bytes.resize(count);
     boost::unique_lock<boost::mutex> lock(m_rx_mutex);
     deliver(lock, count, [&](std::vector<unsigned char>& buffer) {
-        if (buffer.empty())
+        if (buffer.empty() && count > max_delivery / 2) { // copying and clearing them would cost more than all zeros
+            bytes.resize(count);
             buffer.swap(bytes);
-        else
-            buffer.insert(buffer.end(), bytes.begin(), bytes.end());
+            return true;
+        }
+        buffer.insert(buffer.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
         return true;
     });
+    if (bytes.size() == max_delivery)
+        std::fill_n(bytes.begin(), count, static_cast<unsigned char>(0));
+    else
+        bytes.assign(max_delivery, 0);
 }
 
 unsigned short CUsbCypCom::get_cp_listening_loop() {

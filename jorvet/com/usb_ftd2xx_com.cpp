@@ -301,7 +301,6 @@ bool CUsbFtd2xxCom::deliver_queued(std::size_t& count) {
 // The listening thread closes a link whose bridge has failed. It clears the handle last, so that a thread that sees the
 // link closed also finds it empty.
 void CUsbFtd2xxCom::shut_down(jorvet::com::link_end why) {
-    m_listening_stopped = true;
     m_rx_abort = true;
     const FT_HANDLE handle = m_com_handle;
     FT_Purge(handle, purge_both);

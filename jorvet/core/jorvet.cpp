@@ -143,7 +143,6 @@ void CJorvet::stop_receiving() {
     if (m_bkgd_thread && m_bkgd_thread->joinable()) {
         m_com->wake_consumer();
         m_bkgd_thread->join();
-        m_bkgd_thread.reset();
     }
 }
 

@@ -155,10 +155,13 @@ TEST_F(Ftd2xxCom, EndsAndClosesByItselfWhenTheBridgeFails) {
         board.send("01");
         ASSERT_TRUE(eventually([&] { return com.get_rx_bytes() == 1; }));
         const std::string before = board.bridge->calls();
+        std::atomic<bool> announced{true}; // what came before, while the link closes
+        compat::faults::run_before("FT_Close", [&] { announced = com.wait_for_rx_bytes(); });
         with_fault(function, 1, 4, [&] {
             board.send("02");
             EXPECT_TRUE(eventually([&] { return !com.is_open(); }));
         });
+        EXPECT_FALSE(announced);
         EXPECT_EQ(board.bridge->calls(), before + "purge rx tx, reset, closed, ");
         EXPECT_TRUE(com.get_rx_bytes() == 0 && com.read_input_data().empty());
     }

@@ -1,27 +1,12 @@
 // Handles of kernel objects of our own: what the system guards itself against where it is Windows.
 #include <gtest/gtest.h>
 
-#include <thread>
-
-#include "jorvet/compat/kernel/objects.h"
-
-using namespace jorvet::compat;
+#include "jorvet/system/win32.h"
 
 namespace {
 
 HANDLE new_event() {
     return CreateEventA(nullptr, FALSE, FALSE, "");
-}
-
-TEST(Wait, survives_the_closing_of_the_handle) {
-    const HANDLE event = new_event();
-    const std::weak_ptr<kernel::object> object = kernel::handles().find(event);
-    std::thread waiter([&] { EXPECT_EQ(WaitForSingleObject(event, 50), WAIT_TIMEOUT); });
-    while (object.use_count() == 1) // only the table's: the waiter is not inside yet
-        std::this_thread::yield();
-    EXPECT_TRUE(CloseHandle(event));
-    waiter.join();
-    EXPECT_TRUE(object.expired());
 }
 
 TEST(Handle, that_is_not_open_is_invalid_everywhere_also_after_a_later_event_was_made) {

@@ -33,19 +33,6 @@ TEST_F(Queues, HandOutTheNewestFrameFirstAndADefaultRecordAtTheEnd) {
     EXPECT_EQ(events, "8/1 41 8001 1 5678 c; 7/0 40 a000 0 eeee; 0/0 0 0 0 0; ");
 }
 
-TEST_F(Queues, AreReadInTheOrderOfArrivalAndEmptied) {
-    receive_reply("80 A000 0001 0A 40 02 00 A000 0000 40 01 01 A000 0000");
-    receive_reply("80 A000 0001 0B");
-    std::string text;
-    for (int i = 0; i < 2; ++i) {
-        for (const auto& frame : jorvet.read_reply_frames())
-            text += described(*frame);
-        for (const auto& frame : jorvet.read_event_frames())
-            text += described(*frame);
-    }
-    EXPECT_EQ(text, "80 a000 1 eeee a; 80 a000 1 eeee b; 2/0 40 a000 0 eeee; 1/1 40 a000 0 eeee; ");
-}
-
 TEST_F(Queues, WarnOfSeveralRepliesWhenTheirNumberIsNews) {
     std::string warnings;
     hear([&](const std::string& text) { warnings += text; });

@@ -50,19 +50,6 @@ TEST(ReceiveEngine, CutsEachRowOfTheTableIntoItsFrames) {
     }
 }
 
-TEST(ReceiveEngine, FindsTheSameFramesHoweverGoodBytesAreCut) {
-    const byte_vector stream =
-        from_hex("81A0000002 1234 5678 40 01 00 A000 0003 80FF00 41 02 01 8001 0000 4041 80 2001 0000");
-    const std::string whole = run({stream}).frames;
-    for (std::size_t first = 0; first <= stream.size(); ++first) {
-        for (std::size_t second = first; second <= stream.size(); ++second) {
-            const auto at = [&](std::size_t i) { return stream.begin() + static_cast<std::ptrdiff_t>(i); };
-            EXPECT_EQ(run({{stream.begin(), at(first)}, {at(first), at(second)}, {at(second), stream.end()}}).frames,
-                      whole);
-        }
-    }
-}
-
 TEST(ReceiveEngine, DoesWhatTheReferenceDoesOnRandomBytes) {
     static const unsigned char likely[] = {0x40, 0x41, 0x80, 0x81, 0x01, 0x00, 0xA0, 0xFF, 0x00, 0x01, 0x02, 0x80};
     const byte_vector events[] = {from_hex("40 01 01 A000 0000"), from_hex("41 01 02 8001 0001 40 FFFF"),

@@ -31,7 +31,8 @@ namespace jorvet::testing {
 namespace {
 
 byte_vector event_of(unsigned data) {
-    byte_vector frame{0x40, 7, 0, 0xA0, 0, static_cast<unsigned char>(data >> 8), static_cast<unsigned char>(data)};
+    byte_vector frame;
+    append_event_head(frame, 7, 0, data);
     frame.resize(frame.size() + data, 0x5A);
     return frame;
 }

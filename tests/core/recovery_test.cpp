@@ -40,11 +40,14 @@ struct Stream {
 };
 
 void append_event(byte_vector& bytes, unsigned char id, unsigned number) {
-    const unsigned char start = number % 3 == 0 ? 0x41 : 0x40;
-    for (const unsigned byte : {unsigned{start}, unsigned{id}, number, 0xA0u, 0u, 0u, 4u, 0u, 0u, number >> 8, number})
+    const std::size_t start = bytes.size();
+    append_event_head(bytes, id, number, 4);
+    for (const unsigned byte : {0u, 0u, number >> 8, number})
         bytes.push_back(static_cast<unsigned char>(byte));
-    if (start == 0x41)
+    if (number % 3 == 0) {
+        bytes[start] = 0x41;
         bytes.insert(bytes.end(), 2, 0x77);
+    }
 }
 
 TEST(Recovery, FindsNearlyAllEventsBehindGarbageOfAnyLength) {

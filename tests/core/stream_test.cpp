@@ -36,9 +36,7 @@ byte_vector burst(std::size_t first) {
     byte_vector bytes;
     bytes.reserve(burst_frames * 1024);
     for (std::size_t frame = first; frame < first + burst_frames; ++frame) {
-        for (const std::size_t byte :
-             {std::size_t{0x40}, std::size_t{7}, frame, std::size_t{0xA0}, std::size_t{0}, data_bytes >> 8, data_bytes})
-            bytes.push_back(static_cast<unsigned char>(byte));
+        append_event_head(bytes, 7, frame, data_bytes);
         put_data(bytes, frame);
     }
     return bytes;
@@ -102,10 +100,10 @@ TEST(Stream, OfEventsThatNobodyTakesStaysWithinItsLimit) {
     long pages_early = 0;
     for (std::size_t sent = 0; sent < bursts * per_burst; sent += per_burst) {
         byte_vector bytes;
-        for (std::size_t event = sent; event < sent + per_burst; ++event)
-            for (const std::size_t byte : {std::size_t{0x40}, std::size_t{7}, event, std::size_t{0xA0}, std::size_t{0},
-                                           std::size_t{0}, std::size_t{1}, event})
-                bytes.push_back(static_cast<unsigned char>(byte));
+        for (std::size_t event = sent; event < sent + per_burst; ++event) {
+            append_event_head(bytes, 7, event, 1);
+            bytes.push_back(static_cast<unsigned char>(event));
+        }
         board->send_raw(bytes);
         ASSERT_TRUE(eventually([&] { return counters_of(jorvet).events == sent + per_burst; }));
         if (sent == 10 * per_burst)

@@ -147,6 +147,13 @@ TEST_F(EndpointTest, finishing_takes_bytes_and_verdict_from_the_driver) {
         EXPECT_TRUE(endpoint.BytesXferred == ULONG(moved) && endpoint.LastError == reply.error);
         EXPECT_TRUE(endpoint.UsbdStatus == reply.usbd_status && endpoint.NtStatus == reply.nt_status);
     }
+    auto endpoint = bulk(0x81);
+    OVERLAPPED record{};
+    os.script = {stalled};
+    LONG length = 12;
+    BYTE* const begun = endpoint.BeginDataXfer(data.data(), length, &record);
+    EXPECT_EQ(0xC0000004, endpoint.UsbdStatus) << "of one that has ended already";
+    EXPECT_FALSE(endpoint.FinishDataXfer(data.data(), length, &record, begun, nullptr));
 }
 
 TEST_F(EndpointTest, packet_records_come_with_the_bytes) {

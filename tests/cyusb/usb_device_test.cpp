@@ -167,7 +167,11 @@ TEST_F(UsbDeviceTest, packet_size_of_endpoint_0_companions_and_bos_go_by_the_ver
         EXPECT_TRUE(device.Open(0));
         EXPECT_TRUE(device.MaxPacketSize == packet_size && device.BulkInEndPt->MaxPktSize == bulk_size) << version;
         USB_BOS_SS_DEVICE_CAPABILITY capability{};
+        USB_BOS_USB20_DEVICE_EXTENSION extension{};
+        USB_BOS_CONTAINER_ID id{};
         EXPECT_EQ(version == 0x0300, device.GetBosSSCapabilityDescriptor(&capability));
+        EXPECT_EQ(version == 0x0300, device.GetBosUSB20DeviceExtensionDescriptor(&extension));
+        EXPECT_FALSE(device.GetBosContainedIDDescriptor(&id));
     }
 }
 

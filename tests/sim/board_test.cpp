@@ -1,8 +1,6 @@
 // The board alone, behind a link that records.
 #include <gtest/gtest.h>
 
-#include <future>
-
 #include "tests/sim/recording_link.h"
 
 namespace jorvet::sim {
@@ -63,23 +61,6 @@ TEST_F(BoardTest, EventsAreInSequenceAsTheyLeaveButForLostOnes) {
     send("90300000000000"); // reset
     board.send_event({});
     EXPECT_EQ(link.take(2), (Pieces{"80A0000000", "400100A0000000"}));
-}
-
-TEST_F(BoardTest, DetachingTheLinkWaitsForTheCallUnderWay) {
-    struct BlockingLink : RecordingLink {
-        std::promise<void> inside, release;
-        void to_host(const std::uint8_t*, std::size_t) override {
-            inside.set_value();
-            release.get_future().wait();
-        }
-    } blocking;
-    board.attach_link(&blocking);
-    board.send_event({}, {milliseconds(1)});
-    blocking.inside.get_future().wait();
-    auto detached = std::async(std::launch::async, [this] { board.attach_link(nullptr); });
-    EXPECT_EQ(detached.wait_for(milliseconds(20)), std::future_status::timeout);
-    blocking.release.set_value();
-    EXPECT_EQ(detached.wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <future>
 #include <thread>
 
 #include "tests/sim/recording_link.h"
@@ -11,7 +10,6 @@ namespace jorvet::sim {
 namespace {
 
 using ports::port_status;
-using std::chrono::milliseconds;
 
 const byte_vector get_mode = from_hex("90320000000000");
 
@@ -62,17 +60,6 @@ TEST_F(BridgeTest, NoNotificationIsUnderWayAfterClose) {
         bridge->close();
         EXPECT_EQ(*counter, calls);
     }
-}
-
-TEST(simulated_bridge, MayEndOnTheBoardsOwnThread) {
-    std::promise<void> ended;
-    std::shared_ptr<void> alive(&ended, [](void* promise) { static_cast<std::promise<void>*>(promise)->set_value(); });
-    auto bridge = simulated_bridge::plug_in();
-    bridge->set_trace([held = std::move(alive)](auto...) {});
-    bridge->board().start_events(milliseconds(1), {});
-    bridge->board().unplug(milliseconds(20));
-    bridge.reset();
-    EXPECT_EQ(ended.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
 }
 
 } // namespace

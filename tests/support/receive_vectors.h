@@ -66,4 +66,11 @@ inline std::vector<unsigned char> from_hex(const std::string& text) {
     return read_bytes(text);
 }
 
+// Appends an event of the board, without CRC and with room for `length` bytes of data, which follow.
+inline void append_event_head(std::vector<unsigned char>& bytes, unsigned id, std::size_t seq, std::size_t length) {
+    for (const std::size_t byte :
+         {std::size_t{0x40}, std::size_t{id}, seq, std::size_t{0xA0}, std::size_t{0}, length >> 8, length})
+        bytes.push_back(static_cast<unsigned char>(byte));
+}
+
 } // namespace jorvet::testing
