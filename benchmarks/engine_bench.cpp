@@ -52,12 +52,13 @@ struct replies {
     static auto take_all(CJorvet& instance) { return instance.read_reply_frames(); }
 };
 
+// Events repeat their sequence byte, so that none is missing when the packet comes again.
 template <typename Kind>
 byte_vector frames_of(std::size_t payload, std::size_t count) {
     byte_vector stream;
     for (std::size_t i = 0; i < count; ++i) {
         if (Kind::header_size == 7)
-            stream.insert(stream.end(), {0x40, 2, static_cast<unsigned char>(i)});
+            stream.insert(stream.end(), {0x40, 2, 0});
         else
             stream.push_back(0x80);
         stream.insert(stream.end(),

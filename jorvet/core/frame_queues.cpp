@@ -12,12 +12,25 @@ namespace {
 
 using boost_lock = boost::unique_lock<boost::mutex>;
 
+// A thread that waits, among `waiters`, while this lives. Created and destroyed under the lock that guards them.
+class counted_waiter {
+  public:
+    explicit counted_waiter(unsigned& waiters) : waiters_(waiters) { ++waiters_; }
+    ~counted_waiter() { --waiters_; }
+    counted_waiter(const counted_waiter&) = delete;
+    counted_waiter& operator=(const counted_waiter&) = delete;
+
+  private:
+    unsigned& waiters_;
+};
+
 // One wait for a frame of either kind: each wake-up that finds no frame starts the full time again. `last_status` is
 // shared by both kinds, so a wait that its frame ended heeds the loss of the stream alone.
-unsigned int wait_for_frame(boost::mutex& mutex, boost::condition_variable& arrived, bool& ready,
+unsigned int wait_for_frame(boost::mutex& mutex, boost::condition_variable& arrived, unsigned& waiters, bool& ready,
                             const std::atomic<std::int64_t>& limit_us, unsigned int timeout_status,
                             std::atomic<unsigned int>& last_status) {
     boost_lock lock(mutex);
+    const counted_waiter waiter(waiters);
     last_status = JV_OK;
     while (!ready) {
         const boost::chrono::milliseconds limit(limit_us / 1000);
@@ -49,13 +62,13 @@ void CJorvet::set_timeout_for_event(unsigned short milliseconds) {
 }
 
 unsigned int CJorvet::wait_for_reply() {
-    return wait_for_frame(m_reply_mutex, m_reply_cond, m_reply_ready, m_timeout_for_reply, JV_ERR_REPLY_TIMEOUT,
-                          m_last_status);
+    return wait_for_frame(m_reply_mutex, m_reply_cond, m_session->class_waits.reply, m_reply_ready, m_timeout_for_reply,
+                          JV_ERR_REPLY_TIMEOUT, m_last_status);
 }
 
 unsigned int CJorvet::wait_for_event() {
-    return wait_for_frame(m_event_mutex, m_event_cond, m_event_ready, m_timeout_for_event, JV_ERR_EVENT_TIMEOUT,
-                          m_last_status);
+    return wait_for_frame(m_event_mutex, m_event_cond, m_session->class_waits.event, m_event_ready, m_timeout_for_event,
+                          JV_ERR_EVENT_TIMEOUT, m_last_status);
 }
 
 boost::shared_ptr<IProtocol::REPLY_FRAME> CJorvet::get_last_reply_frame() {

@@ -17,11 +17,13 @@ namespace {
 
 using lock = boost::unique_lock<boost::mutex>;
 
+constexpr std::size_t least_room = 16; // records: a queue that was emptied does not grow in small steps again
+
 // Moves the records over, or leaves them where they are when there is no memory for that.
 void append_all(std::vector<event_record>& queue, std::vector<event_record>& records) {
     const std::size_t size = queue.size() + records.size();
     if (size > queue.capacity())
-        queue.reserve(std::max(size, 2 * queue.capacity()));
+        queue.reserve(std::max({size, 2 * queue.capacity(), least_room}));
     for (event_record& record : records)
         queue.push_back(std::move(record));
     records.clear();
@@ -55,8 +57,10 @@ void receiver::queue_events() {
     const std::size_t count = held_.size();
     if (count == 0)
         return;
+    bool awaited = false;
     {
         const lock held(jorvet_.m_event_mutex);
+        awaited = session_.class_waits.event > 0;
         append_all(jorvet_.m_event_frames, held_);
         jorvet_.m_event_count += static_cast<unsigned>(count);
         jorvet_.m_event_ready = true;
@@ -66,9 +70,9 @@ void receiver::queue_events() {
             session_.event_queued();
         }
     }
-    if (count == 1)
+    if (awaited && count == 1)
         jorvet_.m_event_cond.notify_one();
-    else
+    else if (awaited)
         jorvet_.m_event_cond.notify_all();
     held_data_ = 0;
     lost_ = 0;
@@ -80,17 +84,19 @@ void receiver::reply(reply_view frame) {
     auto record = make_reply(frame);
     if (record->status == protocol::board_success && record->length == 1)
         learn_mode(record->data[0]);
-    bool awaited = false;
+    bool awaited = false, awaited_by_session = false;
     {
         const lock held(jorvet_.m_reply_mutex);
+        awaited = session_.class_waits.reply > 0;
         jorvet_.m_reply_status = record->status;
         jorvet_.m_reply_frames.push_back(std::move(record));
         jorvet_.m_reply_ready = true;
         session_.reply_came();
-        awaited = session_.awaits_reply();
+        awaited_by_session = session_.awaits_reply();
     }
-    jorvet_.m_reply_cond.notify_one();
     if (awaited)
+        jorvet_.m_reply_cond.notify_one();
+    if (awaited_by_session)
         session_.reply_queued();
 }
 

@@ -116,6 +116,11 @@ class session final : public com::link_observer {
     }
 
     event_queue events; // guarded by CJorvet's m_event_mutex
+    // The threads in CJorvet's own waits: without any, nobody is notified.
+    struct {
+        unsigned reply = 0; // guarded by m_reply_mutex
+        unsigned event = 0; // guarded by m_event_mutex
+    } class_waits;
     session_counters counters;
     std::atomic<std::uint32_t> longest_recovered{0}; // data bytes of a frame; 0: no recovery
 
