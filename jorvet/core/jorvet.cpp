@@ -110,12 +110,7 @@ void CJorvet::start_receiving() {
     m_lost_events = 0;
     m_event_count = 0;
     m_stop_thread = false; // before the thread begins, so that a disconnect right away finds it
-    try {
-        m_bkgd_thread = boost::make_shared<boost::thread>([this] { m_bkgd_thread_loop(); });
-    } catch (...) {
-        m_stop_thread = true;
-        throw;
-    }
+    m_bkgd_thread = boost::make_shared<boost::thread>([this] { m_bkgd_thread_loop(); });
 }
 
 unsigned int CJorvet::disconnect() {

@@ -124,7 +124,6 @@ void session::change(jv_link_state link, const std::string& cause) {
         if (opening_) {
             early_ = link;
             early_cause_ = cause;
-            return;
         }
         if (!up_ || !leads_to(state_.link, link))
             return;

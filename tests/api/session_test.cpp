@@ -182,6 +182,10 @@ TEST_P(Session, EndsWaitsByTheirTimeouts) {
     auto longer = std::async(std::launch::async, [&] { return asked(JV_READ_SN, 300).of(jorvet); });
     EXPECT_TRUE(eventually([&] { return board->requests().size() == 2; }));
     EXPECT_EQ(asked(JV_RESET, 20).of(jorvet), JV_ERR_BUSY);
+    board->plan_next(reply(0xA000, "01"));
+    start = steady::now();
+    EXPECT_EQ(asked(JV_READ_SN, 5000).of(jorvet), JV_OK) << "in its turn";
+    EXPECT_LT(milliseconds_since(start), 2500);
     EXPECT_EQ(longer.get(), JV_ERR_TIMEOUT_READ_SN);
     board->plan_next(reply(0xA000, "01", milliseconds(50)));
     board->send_event({}, {milliseconds(100)});

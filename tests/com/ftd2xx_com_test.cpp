@@ -163,7 +163,7 @@ TEST_F(Ftd2xxCom, EndsAndClosesByItselfWhenTheBridgeFails) {
         });
         EXPECT_FALSE(announced);
         EXPECT_EQ(board.bridge->calls(), before + "purge rx tx, reset, closed, ");
-        EXPECT_TRUE(com.get_rx_bytes() == 0 && com.read_input_data().empty());
+        EXPECT_TRUE(com.get_rx_bytes() == 0 && com.read_input_data().empty() && !com.wait_for_rx_bytes());
     }
     ASSERT_EQ(com.open_by_index(0), JV_OK);
     EXPECT_EQ(with_fault("FT_Close", 1, 18, [&] { return com.open_by_index(0); }), 0x3010204Eu) << "nothing new opens";
