@@ -79,7 +79,6 @@ unsigned int CJorvet::prepare_connect() {
         return JV_ERR_IN_CALLBACK;
     if (m_com->is_open())
         disconnect();
-    m_session->closing();
     stop_receiving(); // of a link that was lost: what came before stays queued
     if (const unsigned int status = m_com->load())
         return status;
@@ -118,7 +117,6 @@ unsigned int CJorvet::disconnect() {
     if (m_session->in_callback())                                 // of that thread itself, perhaps
         return JV_ERR_IN_CALLBACK;
     unsigned int result = JV_OK;
-    m_session->closing();
     {
         const struct stopper { // also when the link's close throws
             CJorvet& instance;

@@ -79,7 +79,6 @@ void session::opened() {
     {
         const lock held(mutex_);
         opening_ = false;
-        up_ = true;
         set_state(is_deaf ? JV_LINK_DEAF : JV_LINK_RECEIVING, "");
         if (early_ != JV_LINK_CLOSED)
             set_state(early_, early_cause_);
@@ -87,16 +86,10 @@ void session::opened() {
     log(JV_LOG_NOTES, "connected");
 }
 
-void session::closing() {
-    const lock held(mutex_);
-    up_ = false;
-    opening_ = false;
-}
-
 void session::closed() {
     {
         const lock held(mutex_);
-        up_ = opening_ = false;
+        opening_ = false;
         kept_ticket_ = 0;
         if (state_.link == JV_LINK_CLOSED)
             return;
@@ -125,7 +118,7 @@ void session::change(jv_link_state link, const std::string& cause) {
             early_ = link;
             early_cause_ = cause;
         }
-        if (!up_ || !leads_to(state_.link, link))
+        if (!leads_to(state_.link, link))
             return;
         set_state(link, cause);
     }

@@ -70,9 +70,7 @@ class session final : public com::link_observer {
     // An opening begins; then either `opened`, before anything is received, or `closed`.
     void opening();
     void opened();
-    // A disconnect begins, and has ended.
-    void closing();
-    void closed();
+    void closed(); // also when nothing was open
     void deaf() { change(JV_LINK_DEAF, ""); }
     void stream_lost(const std::string& cause) { change(JV_LINK_STREAM_LOST, cause); }
     void stream_found();
@@ -194,7 +192,6 @@ class session final : public com::link_observer {
     mutable boost::mutex mutex_;
     boost::condition_variable changed_; // the state, the turn, the threads inside, cancelling
     session_state state_;
-    bool up_ = false;      // between `opened` and `closing`: a loss counts
     bool opening_ = false; // a loss counts once `opened` is called
     jv_link_state early_ = JV_LINK_CLOSED;
     std::string early_cause_;

@@ -47,6 +47,8 @@ TEST_F(Lifecycle, KeepsModeAndTimeoutsButNoCountsAndFramesOverAReconnect) {
 TEST_P(EachInstance, ConnectsAndDisconnectsWithoutWaitingOutItsTimeouts) {
     const auto connect_and_disconnect = [&] {
         EXPECT_EQ(jorvet.connect(0), JV_OK);
+        board->send_event({});
+        EXPECT_EQ(jorvet.wait_for_event(), JV_OK); // and the next receive wait begins
         EXPECT_EQ(jorvet.disconnect(), JV_OK);
     };
     jorvet.disconnect();

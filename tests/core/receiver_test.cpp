@@ -77,6 +77,36 @@ TEST(Receiver, QueuesEventsBeforeWhatFollows) {
     }
 }
 
+// In each packet a frame that began in the one before ends and is discarded, and the search finds the next.
+TEST(Receiver, KeepsTheSizeOfItsMemoryThroughLosses) {
+    byte_vector frame;
+    append_event_head(frame, 1, 0, 600);
+    frame.resize(frame.size() + 600);
+    const byte_vector begin(frame.begin(), frame.begin() + 300);
+    byte_vector broken(frame.begin() + 300, frame.end());
+    broken.push_back(0);
+    broken.insert(broken.end(), frame.begin(), frame.end());
+    broken.insert(broken.end(), begin.begin(), begin.end());
+    struct counter final : core::receive_sink {
+        void reply(core::reply_view) override {}
+        void event(core::event_view, unsigned) override {}
+        void context_lost(const core::context_loss&) override { ++losses; }
+        bool wants_reports() const override { return true; }
+        unsigned losses = 0;
+    } sink;
+    core::receive_engine engine(sink);
+    constexpr unsigned packets = 1000, until_all_have_grown = 10;
+    unsigned before = 0;
+    for (unsigned packet = 0; packet < packets; ++packet) {
+        if (packet == until_all_have_grown)
+            before = buffers;
+        byte_vector bytes = packet == 0 ? begin : broken;
+        ASSERT_TRUE(engine.take(bytes));
+    }
+    EXPECT_EQ(sink.losses, packets - 1);
+    EXPECT_EQ(buffers - before, packets - until_all_have_grown) << "those made here";
+}
+
 class Road : public ::testing::TestWithParam<Behind> {};
 
 // One event in a thousand packets: the buffers go round. The driver of a controller, which is in this process, and the
