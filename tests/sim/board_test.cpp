@@ -29,7 +29,6 @@ TEST_F(BoardTest, AnAnswerEndsWhereItsPlanPullsThePlugAndTheNextOneIsAsUsual) {
         void (*change)(reply_plan& plan);
         Pieces pieces;
     } table[] = {
-        {[](reply_plan& p) { p.pacing = paced(1, 3, 1); }, {"80A000", "000102"}},
         {[](reply_plan& p) { p.unplug_after = 0; }, {"unplug"}},
         {[](reply_plan& p) { p.unplug_after = 3, p.stray_before = {0x11}; }, {"1180A000", "unplug"}},
         {[](reply_plan& p) { p.unplug_after = 3, p.pacing = paced(0, 2, 1); }, {"80A0", "00", "unplug"}},
