@@ -64,6 +64,8 @@ attached_device describe(const CCyUSBDevice& device) {
     if (device.DeviceHandle == INVALID_HANDLE_VALUE) {
         if (device.LastError == ERROR_ACCESS_DENIED)
             found.not_permitted = JV_YES;
+        if (device.LastError == ERROR_SHARING_VIOLATION)
+            found.in_use = JV_YES;
         return found;
     }
     found.not_permitted = JV_NO;

@@ -17,7 +17,8 @@ namespace jorvet::ports {
 enum class port_status {
     ok,
     gone,      // the device is unplugged; this port stays gone for good
-    refused,   // the device is attached but cannot be used (in use by another program, not permitted)
+    refused,   // the device is attached but in use elsewhere, or cannot do this
+    denied,    // the system does not permit this process to use it
     bad_value, // an argument outside what the device can do
     failed     // the transfer failed; the device is still there
 };
@@ -44,6 +45,8 @@ class JV_PLATFORM_API bridge_port {
     virtual ~bridge_port();
 
     virtual bridge_identity identity() const = 0;
+    // Whether another process has it open, as far as the system tells without opening it. At any time.
+    virtual bool in_use_elsewhere() const { return false; }
 
     // Opens the device. `notify` is called from any thread, with no lock of the port held, after bytes
     // arrived and after the device went away; it is short and does not block. No call of it is under way, and none
@@ -189,8 +192,9 @@ class JV_PLATFORM_API usb_port {
 // ---- The bus
 // ---------------------------------------------------------------------------------------------------------
 
-// Plugs a bridge in: from now on the D2XX driver lists it, after those attached before it.
-JV_PLATFORM_API void attach(std::shared_ptr<bridge_port> port);
+// Plugs a bridge in: from now on the D2XX driver lists it, after those attached before it whose `order` is not greater,
+// byte by byte.
+JV_PLATFORM_API void attach(std::shared_ptr<bridge_port> port, const std::string& order = {});
 // Unplugs it: it leaves the list, and later calls on its handles find it gone. The port itself must return `gone` from
 // now on; sim::simulated_bridge does both. Harmless when it is not attached.
 JV_PLATFORM_API void detach(const std::shared_ptr<bridge_port>& port);
@@ -199,8 +203,12 @@ JV_PLATFORM_API std::vector<std::shared_ptr<bridge_port>> attached_bridges();
 
 // The same for a USB device: it becomes, or ceases to be, an interface of the class of the USB driver. No two attached
 // devices share vendor, product and serial number.
-JV_PLATFORM_API void attach(std::shared_ptr<usb_port> port);
+JV_PLATFORM_API void attach(std::shared_ptr<usb_port> port, const std::string& order = {});
 JV_PLATFORM_API void detach(const std::shared_ptr<usb_port>& port);
 JV_PLATFORM_API std::vector<std::shared_ptr<usb_port>> attached_usb_devices();
+
+// Has `look` called once, before the next look at the bus, which waits for its end: it attaches what is plugged in. Not
+// when a device is attached already: then this process simulates its devices, and real ones would take their places.
+JV_PLATFORM_API void before_first_look(std::function<void()> look);
 
 } // namespace jorvet::ports

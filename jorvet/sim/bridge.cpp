@@ -324,7 +324,12 @@ port_status simulated_bridge::purge(bool receive, bool transmit) {
         if (receive)
             impl_->receive_queue.clear(); // nothing ever waits to be sent
     }
-    return impl_->set(std::string("purge") + (receive ? " rx" : "") + (transmit ? " tx" : ""));
+    port_status status = port_status::ok; // of the chip's requests, one for each direction
+    if (transmit)
+        status = impl_->set("purge tx");
+    if (receive)
+        status = impl_->set("purge rx");
+    return status;
 }
 
 void simulated_bridge::to_host(const std::uint8_t* bytes, std::size_t count) {

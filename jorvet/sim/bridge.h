@@ -32,7 +32,7 @@ class JV_SIM_API simulated_bridge final : public ports::bridge_port,
 
     unsigned opens() const; // how often the driver has opened it
     // What the driver set, purged and reset since it opened the bridge last, and whether it closed it, in order:
-    // "reset, purge rx tx, baud rate 115200, closed, ". For tests; ends after about 1,000 characters.
+    // "reset, purge tx, purge rx, baud rate 115200, closed, ". For tests; ends after about 1,000 characters.
     std::string calls() const;
     std::size_t overrun_bytes() const; // lost because the receive queue was full
 

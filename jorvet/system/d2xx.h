@@ -58,7 +58,8 @@ struct FT_DEVICE_LIST_INFO_NODE {
 extern "C" {
 
 // Opens the bridge at position `device` of the bridges attached now, 0 first, for this process alone.
-// FT_DEVICE_NOT_FOUND: no such position. FT_DEVICE_NOT_OPENED: in use, or the bridge refuses.
+// FT_DEVICE_NOT_FOUND: no such position. FT_DEVICE_NOT_OPENED: in use, or the bridge refuses;
+// with the cause as the last error, as of CreateFileA, where it is not a handle of this process.
 // FT_INSUFFICIENT_RESOURCES: no memory. On success `*handle` stays valid until FT_Close, also when the bridge goes
 // away.
 JV_FACE_API FT_STATUS WINAPI FT_Open(int device, FT_HANDLE* handle) JV_STAND_IN(FT_Open);

@@ -180,6 +180,7 @@ constexpr DWORD ERROR_INVALID_FUNCTION = 1;
 constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
 constexpr DWORD ERROR_ACCESS_DENIED = 5;
 constexpr DWORD ERROR_GEN_FAILURE = 31;
+constexpr DWORD ERROR_SHARING_VIOLATION = 32;
 constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
 constexpr DWORD ERROR_OPERATION_ABORTED = 995;
@@ -208,8 +209,9 @@ extern "C" {
 // Opens the device behind a device interface path, whose letters are compared without case. `access` is of GENERIC_READ
 // and GENERIC_WRITE, `disposition` OPEN_EXISTING, `flags` FILE_FLAG_OVERLAPPED; `attributes` and `template_file` are
 // null. Returns a handle that CloseHandle releases (what is pending on it then ends as cancelled), or
-// INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND (no such path, or the device is gone), ERROR_ACCESS_DENIED (the device
-// refuses) or ERROR_INVALID_PARAMETER.
+// INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND (no such path, or the device is gone), ERROR_SHARING_VIOLATION (the
+// device refuses, as one that another process uses does), ERROR_ACCESS_DENIED (not permitted) or
+// ERROR_INVALID_PARAMETER.
 JV_PLATFORM_API HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
                                    DWORD disposition, DWORD flags, HANDLE template_file) JV_STAND_IN(CreateFileA);
 

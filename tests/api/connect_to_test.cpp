@@ -59,7 +59,7 @@ TEST_P(ChosenDevices, AreListedWithWhatIsKnownOfThem) {
     EXPECT_TRUE(list[2].vendor_id == 0x04B4 && list[2].product_id == 0x6013 && list[2].not_permitted == JV_NO);
     EXPECT_TRUE(list[2].speed == JV_SPEED_SUPER && list[2].serial_number == std::string("C"));
     EXPECT_NE(std::string(list[2].place).find("#c#"), std::string::npos) << list[2].place;
-    EXPECT_TRUE(list[3].index == 1 && list[3].not_permitted == JV_YES && list[3].vendor_id == 0);
+    EXPECT_TRUE(list[3].index == 1 && list[3].in_use == JV_YES && list[3].vendor_id == 0);
     EXPECT_NE(std::string(list[3].place).find("#d#"), std::string::npos) << list[3].place;
     EXPECT_TRUE(jv_list(JV_KIND_CYPRESS, nullptr, 0, &count) == JV_OK && count == 2);
 }

@@ -162,7 +162,7 @@ TEST_F(Ftd2xxCom, EndsAndClosesByItselfWhenTheBridgeFails) {
             EXPECT_TRUE(eventually([&] { return !com.is_open(); }));
         });
         EXPECT_FALSE(announced);
-        EXPECT_EQ(board.bridge->calls(), before + "purge rx tx, reset, closed, ");
+        EXPECT_EQ(board.bridge->calls(), before + "purge tx, purge rx, reset, closed, ");
         EXPECT_TRUE(com.get_rx_bytes() == 0 && com.read_input_data().empty() && !com.wait_for_rx_bytes());
     }
     ASSERT_EQ(com.open_by_index(0), JV_OK);

@@ -265,6 +265,8 @@ TEST_F(UsbDriverTest, opening_listing_and_registering_say_why_they_fail) {
     const auto failed = [](bool failure, DWORD error) { return failure && GetLastError() == error; };
     EXPECT_TRUE(failed(open("\\\\?\\usb#none") == INVALID_HANDLE_VALUE, 2));
     usb->state = ports::port_status::refused;
+    EXPECT_TRUE(failed(open() == INVALID_HANDLE_VALUE, 32));
+    usb->state = ports::port_status::denied;
     EXPECT_TRUE(failed(open() == INVALID_HANDLE_VALUE, 5));
     usb->state = ports::port_status::gone;
     EXPECT_TRUE(failed(open() == INVALID_HANDLE_VALUE, 2));

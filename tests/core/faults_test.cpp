@@ -19,13 +19,13 @@ const struct {
     bool fatal = true;
 } opening[] = {{"FT_Open", 1, ""},
                {"FT_ResetDevice", 1, "reset, "},
-               {"FT_Purge", 1, "purge rx tx, "},
+               {"FT_Purge", 1, "purge tx, purge rx, "},
                {"FT_SetUSBParameters", 1, "transfers 8192 16384, "},
                {"FT_SetBaudRate", 1, "baud rate 115200, "},
                {"FT_SetTimeouts", 1, ""},
                {"FT_SetDataCharacteristics", 1, "format 8 1 0, "},
                {"FT_SetFlowControl", 1, "flow control 0 17 19, "},
-               {"FT_Purge", 2, "purge rx tx, "},
+               {"FT_Purge", 2, "purge tx, purge rx, "},
                {"FT_SetLatencyTimer", 1, "latency 10, "},
                {"FT_SetResetPipeRetryCount", 1, ""},
                {"FT_Purge", 3, "purge tx, ", false},
@@ -57,7 +57,7 @@ TEST(Opening, ReturnsTheMappedStatusOfEachDriverCallThatFails) {
         EXPECT_EQ(connect(), JV_OK);
         EXPECT_EQ(jorvet.rq_read_sn(1, true), JV_OK);
         EXPECT_EQ(jorvet.disconnect(), JV_OK);
-        EXPECT_EQ(board.bridge->calls(), effects() + "purge tx, purge rx, purge rx tx, reset, closed, ");
+        EXPECT_EQ(board.bridge->calls(), effects() + "purge tx, purge rx, purge tx, purge rx, reset, closed, ");
     }
 }
 

@@ -83,6 +83,10 @@ FT_STATUS open_port(const std::shared_ptr<ports::bridge_port>& port, FT_HANDLE* 
     }
     if (status != ports::port_status::ok) {
         the_driver().bridges.remove(candidate);
+        if (status == ports::port_status::denied)
+            SetLastError(ERROR_ACCESS_DENIED);
+        else if (status == ports::port_status::refused)
+            SetLastError(ERROR_SHARING_VIOLATION);
         return status == ports::port_status::gone ? FT_DEVICE_NOT_FOUND : FT_DEVICE_NOT_OPENED;
     }
     *handle = candidate;
@@ -112,7 +116,7 @@ FT_DEVICE_LIST_INFO_NODE node_for(const ports::bridge_port& port) {
     const ports::bridge_identity identity = port.identity();
     FT_DEVICE_LIST_INFO_NODE node{};
     node.ftHandle = handle_of(port);
-    node.Flags = node.ftHandle != nullptr ? FT_FLAGS_OPENED : 0;
+    node.Flags = node.ftHandle != nullptr || port.in_use_elsewhere() ? FT_FLAGS_OPENED : 0;
     node.Type = identity.type;
     node.ID = identity.id;
     node.LocId = identity.location;

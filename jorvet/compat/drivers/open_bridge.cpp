@@ -14,6 +14,7 @@ FT_STATUS translate(ports::port_status status) {
     case ports::port_status::bad_value:
         return FT_INVALID_PARAMETER;
     case ports::port_status::refused:
+    case ports::port_status::denied:
         break;
     }
     return FT_OTHER_ERROR;

@@ -34,6 +34,7 @@ DWORD error_for(ports::port_status status) {
     case ports::port_status::bad_value:
         return ERROR_INVALID_PARAMETER;
     case ports::port_status::refused:
+    case ports::port_status::denied:
     case ports::port_status::failed:
         break;
     }
@@ -45,6 +46,8 @@ DWORD open_error_for(ports::port_status status) {
     case ports::port_status::gone:
         return ERROR_FILE_NOT_FOUND;
     case ports::port_status::refused:
+        return ERROR_SHARING_VIOLATION;
+    case ports::port_status::denied:
         return ERROR_ACCESS_DENIED;
     default:
         return error_for(status);

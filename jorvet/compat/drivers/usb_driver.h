@@ -70,7 +70,8 @@ class open_device {
 };
 
 // Opens the attached device whose interface has this path, letters compared without case. Null with `*error`:
-// ERROR_FILE_NOT_FOUND (no such path, or the device is gone), ERROR_ACCESS_DENIED (it refuses) or ERROR_GEN_FAILURE.
+// ERROR_FILE_NOT_FOUND (no such path, or the device is gone), ERROR_SHARING_VIOLATION (it refuses: in use elsewhere),
+// ERROR_ACCESS_DENIED (not permitted) or ERROR_GEN_FAILURE.
 // Throws std::bad_alloc.
 std::shared_ptr<open_device> open_path(const std::string& path, DWORD* error);
 
