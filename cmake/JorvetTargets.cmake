@@ -18,7 +18,7 @@ endfunction()
 
 # The public name of a library target: jorvet is jorvet::jorvet, jorvet_sim is jorvet::sim.
 function(jorvet_public_name target result)
-  string(REGEX REPLACE "^jorvet_(platform|sim)" "\\1" name ${target})
+  string(REGEX REPLACE "^jorvet_(platform|sim|usb)" "\\1" name ${target})
   set(${result} ${name} PARENT_SCOPE)
 endfunction()
 

@@ -92,21 +92,35 @@ inline void delay_answers_if_asked() {
         compat::faults::delay_answers(static_cast<unsigned>(std::atoi(delay)));
 }
 
+// In a test program with another bus the devices go there: called after a device was plugged in, and after it was
+// unplugged.
+inline void (*on_other_bus)(const std::shared_ptr<sim::simulated_bridge>&,
+                            const std::shared_ptr<sim::simulated_controller>&) = nullptr;
+
 // A board behind a device that is plugged in for as long as this lives.
 struct plugged_board {
     plugged_board(const sim::bridge_options& options = {})
-        : bridge(sim::simulated_bridge::plug_in(options)), device(bridge) {}
+        : bridge(sim::simulated_bridge::plug_in(options)), device(bridge) {
+        tell_other_bus();
+    }
     plugged_board(const sim::controller_options& options)
         : controller(sim::simulated_controller::plug_in(options)), device(controller) {
         delay_answers_if_asked();
+        tell_other_bus();
     }
     plugged_board(Behind behind)
         : plugged_board(behind == Behind::bridge ? plugged_board(sim::bridge_options{})
                                                  : plugged_board(controller_options(behind))) {}
     plugged_board(plugged_board&&) = default;
     ~plugged_board() {
-        if (device)
-            device->unplug();
+        if (!device)
+            return;
+        device->unplug();
+        tell_other_bus();
+    }
+    void tell_other_bus() const {
+        if (on_other_bus != nullptr)
+            on_other_bus(bridge, controller);
     }
     sim::simulated_board* operator->() const { return &device->board(); }
     void send(const char* hex) const { device->board().send_raw(from_hex(hex)); }
