@@ -38,12 +38,13 @@ bool context::start(observer observe) {
     return false;
 }
 
-void context::end() {
+void context::end(const std::function<void()>& once_quiet) {
     if (context_ == nullptr)
         return;
     stopped_ = true;
     libusb_interrupt_event_handler(context_);
     thread_.join();
+    once_quiet();
     libusb_hotplug_deregister_callback(context_, hotplug_);
     news_.clear();
     timers_.clear();

@@ -31,8 +31,8 @@ class context {
     // Passes every attached device to `observe`, then starts the thread. False with nothing started when libusb or the
     // thread cannot be had, or when it has been started before.
     bool start(observer observe);
-    // Ends the thread and the context. Every handle has been closed, or is never used again.
-    void end();
+    // Ends the thread, calls `once_quiet`, and ends the context. Every handle has been closed, or is never used again.
+    void end(const std::function<void()>& once_quiet);
 
     // Has `task` called on the event thread once, not before `delay` has passed.
     void call_later(std::chrono::milliseconds delay, std::function<void()> task);

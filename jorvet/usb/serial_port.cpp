@@ -187,8 +187,7 @@ port_status serial_port::write(const std::uint8_t* bytes, std::size_t count, uns
         order.data = bytes + *written;
         order.length = std::min<std::size_t>(count - *written, out_bytes_);
         if (timeout_ms != 0) {
-            const auto left =
-                std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
             if (left.count() <= 0)
                 return port_status::ok;
             order.timeout_ms = static_cast<unsigned>(left.count());

@@ -43,9 +43,10 @@ class watcher {
     }
 
     void end() {
-        while (!plugged_.empty())
-            leave(plugged_.begin()->first);
-        context::the().end();
+        context::the().end([this] {
+            while (!plugged_.empty())
+                leave(plugged_.begin()->first);
+        });
     }
 
   private:
